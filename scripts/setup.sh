@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs, with apt-get and only when missing, every Debian package that the
+# build, the tests, the benchmarks and the Windows cross-build need.
+# Safe to run again: it does nothing when everything is present.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  build-essential cmake ninja-build pkg-config git
+  # product libraries
+  zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
+  libsndfile1-dev libmpg123-dev libstb-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+  # tests, cross-checks and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
+  xvfb xauth x11-utils
+  # Windows cross-build and its tests
+  mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null | grep -q '^install ok installed$'; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "setup: installing ${missing[*]}" >&2
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs the whole test suite: the release build, the
+# sanitizer builds and the Windows build with its tests under wine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+jobs=${VELORUM_JOBS:-$(nproc)}
+
+scripts/build.sh release
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+scripts/build.sh asan
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-asan -L unit --output-on-failure -j "$jobs"
+
+VELORUM_TARGETS="${VELORUM_TSAN_TARGETS:-all}" scripts/build.sh tsan
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  ctest --test-dir build-tsan -L tsan --output-on-failure -j "$jobs"
+
+scripts/build.sh win
+scripts/wine-run.sh --init
+ctest --test-dir build-win --output-on-failure -j "$jobs"
