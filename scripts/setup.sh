@@ -10,6 +10,7 @@ packages=(
   # product libraries
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
   libsndfile1-dev libmpg123-dev libstb-dev
+  fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
