@@ -1,0 +1,34 @@
+#pragma once
+// One decoder of one audio file: reports the format and hands out interleaved
+// 32-bit float frames at full scale +-1.0. Every decoding library the reader
+// uses sits behind this interface; nothing here throws.
+#include <cstdint>
+#include <string>
+
+namespace velorum {
+
+struct AudioFormat {
+    uint32_t sampleRate = 0;
+    uint32_t channels = 0;
+    uint64_t totalFrames = 0;
+    int32_t bitsPerSample = -1;   // -1 when the source does not state it
+    uint64_t timeReference = 0;   // samples since midnight (bext), else 0
+};
+
+class FrameDecoder {
+public:
+    virtual ~FrameDecoder() = default;
+    // Opens the file; false when the library refuses it.
+    virtual bool open(const std::string& path) = 0;
+    // Decodes up to `frames` frames into `dst` (frames x channels floats);
+    // returns the frames delivered, 0 at the end or on a decoding failure.
+    virtual int64_t read(float* dst, int64_t frames) = 0;
+    // Moves to the given frame; false when the decoder cannot seek.
+    virtual bool seek(uint64_t frame) = 0;
+    const AudioFormat& format() const { return format_; }
+
+protected:
+    AudioFormat format_;
+};
+
+} // namespace velorum

@@ -1,0 +1,146 @@
+#include "analysis/OfflineAnalysis.h"
+
+#include "analysis/EngineFeeder.h"
+#include "engine/ChannelLayouts.h"
+#include "engine/LoudnessEngine.h"
+
+#include <new>
+
+namespace velorum {
+
+OfflineAnalysis::OfflineAnalysis(LoudnessEngine& engine) : engine_(engine) {}
+
+OfflineAnalysis::~OfflineAnalysis()
+{
+    cancel();
+    wait();
+}
+
+bool OfflineAnalysis::start(const Request& request)
+{
+    if (running())
+        return false;
+    wait();
+    request_ = request;
+    state_.store(Busy);
+    try {
+        worker_ = std::thread([this] { run(request_); });
+    } catch (...) {
+        return finish(Failed, AudioFileReader::ErrorMemory);
+    }
+    return true;
+}
+
+void OfflineAnalysis::cancel() { cancel_.store(true); }
+
+void OfflineAnalysis::wait()
+{
+    if (worker_.joinable())
+        worker_.join();
+}
+
+bool OfflineAnalysis::finish(int state, int error)
+{
+    error_.store(error);
+    state_.store(state);
+    return state == Done;
+}
+
+bool OfflineAnalysis::run(const Request& request)
+{
+    request_ = request;
+    cancel_.store(false);
+    error_.store(0);
+    progress_.store(0);
+    state_.store(Busy);
+    info_ = FileInfo{};
+    const size_t count = request.paths.size();
+    if (count == 0 || (!request.multiMono && count != 1))
+        return finish(Failed, ErrorSelection);
+
+    try {
+        AudioFileReader reader;
+        const bool opened = request.multiMono
+                                ? reader.openMultiMono(request.paths, request.layoutIndex, request.strict)
+                                : reader.open(request.paths.front());
+        if (!opened)
+            return finish(Failed, reader.error());
+        if (!reader.prepare(request.blockFrames))
+            return finish(Failed, reader.error());
+
+        const int channels = static_cast<int>(reader.channels());
+        int layout = 0;
+        if (request.multiMono)
+            layout = static_cast<int>(reader.layoutIndex());
+        else if (request.layoutIndex != AudioFileReader::kLayoutFromFileCount &&
+                 static_cast<int>(request.layoutIndex) < LayoutCount())
+            layout = static_cast<int>(request.layoutIndex);
+        else
+            layout = LayoutForChannelCount(channels);
+
+        info_.path = reader.path();
+        info_.sampleRate = reader.sampleRate();
+        info_.channels = reader.channels();
+        info_.frames = reader.totalFrames();
+        info_.bitsPerSample = reader.bitsPerSample();
+        info_.timeReference = reader.timeReference();
+        info_.decoderKind = reader.kind();
+        info_.layoutIndex = layout;
+        if (request.multiMono) {
+            info_.channelNames = reader.channelNames();
+        } else {
+            const ChannelLayout& l = LayoutAt(layout);
+            for (int c = 0; c < channels; ++c)
+                info_.channelNames.emplace_back(c < l.channelCount ? l.channelNames[static_cast<size_t>(c)]
+                                                                   : std::to_string(c + 1));
+        }
+
+        EngineFeeder::configure(engine_, static_cast<double>(reader.sampleRate()), layout, channels);
+        EngineFeeder feeder(engine_, channels, request.blockFrames);
+
+        for (;;) {
+            if (cancel_.load())
+                reader.setCancel(true);
+            if (!reader.readBlock())
+                return reader.state() == AudioFileReader::StateCancelled ? finish(Cancelled, 0)
+                                                                         : finish(Failed, reader.error());
+            const int frames = reader.framesRead();
+            if (frames <= 0)
+                break;
+            feeder.feed(reader.buffer(), frames);
+            progress_.store(reader.progress());
+        }
+        progress_.store(100);
+        return finish(Done, 0);
+    } catch (const std::bad_alloc&) {
+        return finish(Failed, AudioFileReader::ErrorMemory);
+    } catch (...) {
+        return finish(Failed, AudioFileReader::ErrorOpen);
+    }
+}
+
+std::string OfflineAnalysis::message() const
+{
+    return state_.load() == Failed ? messageFor(error_.load(), request_) : std::string();
+}
+
+std::string OfflineAnalysis::messageFor(int error, const Request& request)
+{
+    const bool chosenLayout = request.layoutIndex != AudioFileReader::kLayoutFromFileCount;
+    switch (error) {
+    case 0: return std::string();
+    case AudioFileReader::ErrorOpen:
+    case AudioFileReader::ErrorMemory: return "The file could not be opened.";
+    case AudioFileReader::ErrorChannels:
+        return request.multiMono ? "The multi-mono file selection is not valid." : "The channel number is incorrect.";
+    case AudioFileReader::ErrorLayout:
+        return chosenLayout ? "The dropped files do not match the current channel preset."
+                            : "The multi-mono file selection is not valid.";
+    case AudioFileReader::ErrorNotMono: return "The multi-mono file selection is not valid.";
+    case AudioFileReader::ErrorNothingToRead:
+    case ErrorSelection:
+    default: return "The file selection is not valid.";
+    }
+}
+
+} // namespace velorum

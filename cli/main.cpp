@@ -1,0 +1,288 @@
+// velorum: the command-line loudness analyser. Measures audio files with the
+// same engine as the plug-in and prints text summaries, JSON lines, CSV and
+// Dolby CSV files; normalises files to a target; runs the compliance self-test.
+#include "analysis/EngineFeeder.h"
+#include "cli/AnalyzeCommand.h"
+#include "cli/ComplianceSelfTest.h"
+#include "cli/DemoProgramme.h"
+#include "cli/Measurement.h"
+#include "cli/OutputFiles.h"
+#include "cli/ProgressBar.h"
+#include "engine/ChannelLayouts.h"
+#include "engine/LoudnessEngine.h"
+#include "export/WavNormalizer.h"
+#include "presets/LoudnessStandards.h"
+#include "velorum/Version.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace velorum;
+
+namespace {
+
+const char* kHelp =
+    " - loudness analyser (ITU-R BS.1770-4 / EBU R128)\n"
+    "\n"
+    "Usage:\n"
+    "  velorum demo [--json] [--dialogue] [--preset NAME]\n"
+    "      Measure the built-in default programme (100 s, stereo, 48 kHz) and print its text summary.\n"
+    "  velorum analyze [options] FILE|FOLDER...\n"
+    "      Print the text summary of each file (folders are searched for audio and video files).\n"
+    "  velorum normalize IN OUT (--target LUFS | --preset NAME) [--float] [--eco] [-y]\n"
+    "      Write OUT as a WAV file (RF64 above 4 GB) with IN's integrated loudness brought to the\n"
+    "      target; warns when the result's true peak exceeds the maximum (the preset's, else -1 dBTP).\n"
+    "  velorum selftest [-j N]\n"
+    "      EBU Tech 3341/3342 and true-peak compliance self-test through file reading and the engine.\n"
+    "  velorum presets      list the loudness standards (menu text and short name)\n"
+    "  velorum layouts      list the channel layouts\n"
+    "  velorum --version | --help\n"
+    "\n"
+    "Options of analyze:\n"
+    "  --json               one JSON object per file on its own line instead of the summary\n"
+    "  --preset NAME        check against a standard (menu text or short name, e.g. \"EBU R128\",\n"
+    "                       \"EBU S1\", SPOTIFY); exit status 1 when a check fails\n"
+    "  --tolerance LU       window around the target for presets without a lower limit (default 1.0)\n"
+    "  --dialogue           add the dialogue-gated readings (Integrated Dial, Loudness Range Dial,\n"
+    "                       Speech Content)\n"
+    "  --lkfs               show loudness in LKFS (otherwise the preset's unit)\n"
+    "  --csv FILE           write the plain CSV of the measurement history\n"
+    "  --dolby-csv FILE     write the Dolby CSV\n"
+    "  --summary FILE       write the text summary to a file\n"
+    "                       (with several inputs FILE may be a folder; otherwise the input's name is\n"
+    "                       inserted before the extension)\n"
+    "  --interval SECONDS   CSV row interval, 0.01 and up (default 1)\n"
+    "  --fps RATE           time codes as 00:00:00:00 at RATE instead of 00:00:00.000\n"
+    "  --eco                eco true-peak mode (the shorter oversampling filter)\n"
+    "  --multi-mono         the FILEs are the mono channels of one programme, matched by their\n"
+    "                       suffixes (.L .R .C .LFE .Ls .Rs ...)\n"
+    "  --strict             every multi-mono file must carry a channel suffix of the layout\n"
+    "  --layout NAME        channel layout (e.g. 5.1, \"7.1.4\", \"L R C LFE Ls Rs\"; see velorum layouts)\n"
+    "  -j N                 files analysed in parallel (default: all cores)\n"
+    "  -y, --yes            replace existing output files without asking\n"
+    "\n"
+    "Exit status: 0 success, 1 a preset check failed (or the normalised true peak is too high),\n"
+    "2 a file could not be measured or written, 64 bad usage.\n";
+
+int usage(const std::string& error)
+{
+    std::fprintf(stderr, "velorum: %s\nTry 'velorum --help'.\n", error.c_str());
+    return 64;
+}
+
+int runDemo(const std::vector<std::string>& args)
+{
+    ReportOptions report;
+    bool json = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--json")
+            json = true;
+        else if (args[i] == "--dialogue")
+            report.dialogue = true;
+        else if (args[i] == "--lkfs")
+            report.lkfs = true;
+        else if (args[i] == "--preset" && i + 1 < args.size()) {
+            report.preset = FindStandardByName(args[++i]);
+            if (!report.preset)
+                return usage("unknown preset \"" + args[i] + "\"");
+        } else
+            return usage("unknown option " + args[i]);
+    }
+    LoudnessEngine engine;
+    EngineFeeder::configure(engine, DemoProgramme::kSampleRate, LayoutForChannelCount(DemoProgramme::kChannels),
+                            DemoProgramme::kChannels);
+    constexpr int block = 4096;
+    EngineFeeder feeder(engine, DemoProgramme::kChannels, block);
+    DemoProgramme programme;
+    std::vector<float> buffer(static_cast<size_t>(block * DemoProgramme::kChannels));
+    ProgressBar bar;
+    for (int n; (n = programme.render(buffer.data(), block)) > 0;) {
+        feeder.feed(buffer.data(), n);
+        bar.update(static_cast<double>(programme.position()) / DemoProgramme::kFrames, "demo programme");
+    }
+    bar.clear();
+
+    Measurement m;
+    m.file = "demo programme";
+    m.fromFile = false;
+    m.sampleRate = DemoProgramme::kSampleRate;
+    m.channels = DemoProgramme::kChannels;
+    m.frames = static_cast<uint64_t>(DemoProgramme::kFrames);
+    const ChannelLayout& layout = LayoutAt(LayoutForChannelCount(DemoProgramme::kChannels));
+    for (int c = 0; c < DemoProgramme::kChannels; ++c)
+        m.channelNames.emplace_back(layout.channelNames[static_cast<size_t>(c)]);
+    m.readEngine(engine);
+    PresetCheck check;
+    if (report.preset)
+        check = CheckAgainstPreset(m, *report.preset, 1.0);
+    if (json) {
+        std::printf("%s\n", MakeJsonLine(m, report, &check).c_str());
+    } else {
+        std::string text, error;
+        if (!BuildTextSummary(MakeSummaryInput(m, report), text, &error)) {
+            std::fprintf(stderr, "velorum: %s\n", error.c_str());
+            return 2;
+        }
+        std::fputs(text.c_str(), stdout);
+        if (report.preset) {
+            std::printf("\nPreset Check (%s): %s\n", PresetDisplayName(report.preset).c_str(),
+                        check.pass ? "PASS" : "FAIL");
+            for (const std::string& d : check.details)
+                std::printf("  %s\n", d.c_str());
+        }
+    }
+    return report.preset && !check.pass ? 1 : 0;
+}
+
+int runNormalize(const std::vector<std::string>& args)
+{
+    NormalizeRequest request;
+    std::vector<std::string> files;
+    bool haveTarget = false;
+    const LoudnessStandard* preset = nullptr;
+    bool yes = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--target" && i + 1 < args.size()) {
+            char* end = nullptr;
+            request.targetLufs = std::strtod(args[++i].c_str(), &end);
+            if (!end || *end != '\0' || !std::isfinite(request.targetLufs) || request.targetLufs < -70.0 ||
+                request.targetLufs > 0.0)
+                return usage("--target needs a loudness from -70 to 0 LUFS");
+            haveTarget = true;
+        } else if (a == "--preset" && i + 1 < args.size()) {
+            preset = FindStandardByName(args[++i]);
+            if (!preset)
+                return usage("unknown preset \"" + args[i] + "\"");
+        } else if (a == "--float") {
+            request.floatOutput = true;
+        } else if (a == "--eco") {
+            request.ecoTruePeak = true;
+        } else if (a == "-y" || a == "--yes") {
+            yes = true;
+        } else if (a.size() > 1 && a[0] == '-') {
+            return usage("unknown option " + a);
+        } else {
+            files.push_back(a);
+        }
+    }
+    if (files.size() != 2)
+        return usage("normalize needs an input and an output file");
+    if (!haveTarget && !preset)
+        return usage("normalize needs --target LUFS or --preset NAME");
+    if (!haveTarget)
+        request.targetLufs = preset->target;
+    request.truePeakMax = preset ? preset->truePeakMax : -1.0;
+    request.input = files[0];
+    request.output = files[1];
+    ReplacePolicy policy(yes);
+    request.confirmReplace = [&](const std::string&) { return policy.ask(request.output); };
+    ProgressBar bar;
+    request.progress = [&](int p) { bar.update(p / 100.0, "normalize"); };
+    const NormalizeResult r = NormalizeFile(request);
+    bar.clear();
+    if (!r.ok) {
+        std::fprintf(stderr, "velorum: %s: %s\n", request.input.c_str(), r.message.c_str());
+        return 2;
+    }
+    std::printf("Source: %.1f LUFS, true peak %.1f dBTP\n", RoundToTenth(r.sourceIntegrated),
+                RoundToTenth(r.sourceTruePeak));
+    std::printf("Gain: %+.2f dB\n", r.gainDb);
+    std::printf("Written: %s (%s)\n", request.output.c_str(), r.rf64 ? "RF64" : "WAV");
+    std::printf("Result: %.1f LUFS, true peak %.1f dBTP\n", RoundToTenth(r.resultIntegrated),
+                RoundToTenth(r.resultTruePeak));
+    if (r.truePeakWarning) {
+        std::fprintf(stderr, "velorum: %s\n", r.message.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+int runSelfTest(const std::vector<std::string>& args)
+{
+    int jobs = static_cast<int>(std::thread::hardware_concurrency());
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "-j" && i + 1 < args.size())
+            jobs = std::atoi(args[++i].c_str());
+        else
+            return usage("unknown option " + args[i]);
+    }
+    return PrintSelfTest(RunComplianceSelfTest(jobs > 0 ? jobs : 1));
+}
+
+int listPresets()
+{
+    std::printf("%-24s %-14s %6s %6s %6s %6s  %s\n", "Menu text", "Short name", "Target", "Upper", "Lower", "TP",
+                "Unit");
+    for (const LoudnessStandard& s : LoudnessStandards()) {
+        std::string menu = s.menuText;
+        menu.erase(0, menu.find_first_not_of(' '));
+        std::printf("%-24s %-14s %6d %6d %6d %6.1f  %s\n", menu.c_str(), s.shortName ? s.shortName : "", s.target,
+                    s.upper, s.lower, s.truePeakMax, s.lkfs ? "LKFS" : "LUFS");
+    }
+    return 0;
+}
+
+int listLayouts()
+{
+    for (int i = 0; i < LayoutCount(); ++i)
+        std::printf("%2d  %s\n", i, LayoutAt(i).name);
+    return 0;
+}
+
+int dispatch(int argc, char** argv)
+{
+    if (argc < 2) {
+        std::printf("velorum %s", kVersionText);
+        std::fputs(kHelp, stdout);
+        return 64;
+    }
+    const std::string command = argv[1];
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    if (command == "--help" || command == "-h" || command == "help") {
+        std::printf("velorum %s", kVersionText);
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+    if (command == "--version" || command == "-V") {
+        std::printf("velorum %s\n", kVersionText);
+        return 0;
+    }
+    if (command == "demo")
+        return runDemo(args);
+    if (command == "analyze" || command == "analyse") {
+        AnalyzeOptions options;
+        std::string error;
+        if (!ParseAnalyzeOptions(args, options, error))
+            return usage(error);
+        return RunAnalyze(options);
+    }
+    if (command == "normalize" || command == "normalise")
+        return runNormalize(args);
+    if (command == "selftest")
+        return runSelfTest(args);
+    if (command == "presets")
+        return listPresets();
+    if (command == "layouts")
+        return listLayouts();
+    return usage("unknown command " + command);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return dispatch(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "velorum: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "velorum: unexpected failure\n");
+    }
+    return 2;
+}
