@@ -179,6 +179,11 @@ public:
     DialogueGate& Dialogue() { return *dialogue_; }
 
 private:
+    // End of a 10 ms and/or 100 ms step at timeline position `last`.
+    void EndOfStep(std::int64_t last, bool end10, bool end100);
+    void Step10(std::int64_t last, double momentaryPower, double shortTermPower);
+    void Step100(std::int64_t last, double momentaryPower, double shortTermPower);
+
     std::unique_ptr<EngineCore> core_;
     std::unique_ptr<DialogueGate> dialogue_;
     mutable EngineMutex mutex_;

@@ -46,7 +46,7 @@ void Distribution::Clear(std::int32_t currentIndex) {
 void Distribution::Rebuild(const MeasurementHistory& history) {
     Clear(history.current100);
     const std::vector<float>& source = Source(history);
-    const auto blocks = static_cast<std::int32_t>(history.Size100());
+    const auto blocks = static_cast<std::int32_t>(history.blockFlags.size());
     for (std::int32_t b = std::max<std::int32_t>(history.start100, 0); b < blocks; ++b) {
         const std::int32_t i10 = MeasurementHistory::TenMsIndexOfBlock(b);
         if (static_cast<std::size_t>(i10) >= source.size()) break;
