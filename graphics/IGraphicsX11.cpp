@@ -1,0 +1,721 @@
+#include "graphics/IGraphicsX11.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "graphics/IPlatformMapping.h"
+#include "graphics/IXDnD.h"
+#include "graphics/tgraphics.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/cursorfont.h>
+#include <X11/keysym.h>
+#include <cairo-xlib.h>
+
+std::unique_ptr<IGraphics> IGraphics::Create(void* instance, int width, int height, int fps) {
+  (void)instance;
+  return std::make_unique<IGraphicsX11>(width, height, fps);
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kTimerPeriod = std::chrono::milliseconds(1000 / 160);  // 6 ms
+constexpr auto kHoverTime = std::chrono::milliseconds(600);
+constexpr long kDoubleClickMs = 400;
+
+// X errors while the window is created (a dead parent) must not end the host.
+std::atomic<bool> gXError{false};
+int CatchXError(Display*, XErrorEvent*) {
+  gXError = true;
+  return 0;
+}
+
+}  // namespace
+
+struct IGraphicsX11::Impl {
+  IGraphicsX11* g;
+  Display* dpy = nullptr;
+  Window root = 0, parent = 0, win = 0;
+  Visual* visual = nullptr;
+  cairo_surface_t* xsurf = nullptr;
+  std::thread thread;
+  std::atomic<bool> stop{false};
+  int wake[2] = {-1, -1};
+  std::atomic<long> ticks{0};
+  int winW = 0, winH = 0;
+
+  Atom aClipboard = 0, aUtf8 = 0, aTargets = 0, aSelProp = 0;
+  Atom aXdndAware = 0, aXdndEnter = 0, aXdndPosition = 0, aXdndStatus = 0, aXdndLeave = 0, aXdndDrop = 0,
+       aXdndFinished = 0, aXdndSelection = 0, aXdndActionCopy = 0, aXdndTypeList = 0, aUriList = 0;
+
+  // pointer
+  float lastX = 0.f, lastY = 0.f;
+  Time lastClickTime = 0;
+  std::set<unsigned> forwardedKeys;
+
+  // cursor
+  bool cursorHidden = false;
+  int hiddenX = 0, hiddenY = 0;
+  Cursor blankCursor = 0;
+  std::map<ICursor, Cursor> cursors;
+  ICursor shownCursor = ICursor::Arrow;
+
+  // clipboard
+  std::mutex clipLock;
+  std::string clipText;
+
+  // drag and drop
+  Window dndSource = 0;
+  bool dndAccept = false;
+  int dndX = 0, dndY = 0;
+
+  // tooltip
+  Window tipWin = 0;
+  bool tipShown = false;
+  Clock::time_point hoverSince{};
+  bool hoverPending = false;
+
+  explicit Impl(IGraphicsX11* owner) : g(owner) {}
+
+  float Scale() const { return g->DrawScale(); }
+
+  static IMouseMod Mods(unsigned state) {
+    IMouseMod m;
+    m.L = state & Button1Mask;
+    m.R = state & Button3Mask;
+    m.S = state & ShiftMask;
+    m.C = state & ControlMask;
+    m.A = state & Mod1Mask;
+    return m;
+  }
+
+  void InternAtoms() {
+    aClipboard = XInternAtom(dpy, "CLIPBOARD", False);
+    aUtf8 = XInternAtom(dpy, "UTF8_STRING", False);
+    aTargets = XInternAtom(dpy, "TARGETS", False);
+    aSelProp = XInternAtom(dpy, "VELORUM_SELECTION", False);
+    aXdndAware = XInternAtom(dpy, "XdndAware", False);
+    aXdndEnter = XInternAtom(dpy, "XdndEnter", False);
+    aXdndPosition = XInternAtom(dpy, "XdndPosition", False);
+    aXdndStatus = XInternAtom(dpy, "XdndStatus", False);
+    aXdndLeave = XInternAtom(dpy, "XdndLeave", False);
+    aXdndDrop = XInternAtom(dpy, "XdndDrop", False);
+    aXdndFinished = XInternAtom(dpy, "XdndFinished", False);
+    aXdndSelection = XInternAtom(dpy, "XdndSelection", False);
+    aXdndActionCopy = XInternAtom(dpy, "XdndActionCopy", False);
+    aXdndTypeList = XInternAtom(dpy, "XdndTypeList", False);
+    aUriList = XInternAtom(dpy, "text/uri-list", False);
+  }
+
+  Cursor ShapeCursor(ICursor c) {
+    auto it = cursors.find(c);
+    if (it != cursors.end()) return it->second;
+    unsigned shape = XC_left_ptr;
+    switch (c) {
+      case ICursor::Hand: shape = XC_hand2; break;
+      case ICursor::SizeWE: shape = XC_sb_h_double_arrow; break;
+      case ICursor::SizeNS: shape = XC_sb_v_double_arrow; break;
+      case ICursor::SizeNWSE: shape = XC_bottom_right_corner; break;
+      case ICursor::IBeam: shape = XC_xterm; break;
+      default: break;
+    }
+    const Cursor cur = XCreateFontCursor(dpy, shape);
+    cursors[c] = cur;
+    return cur;
+  }
+
+  void ApplyCursor(ICursor c) {
+    shownCursor = c;
+    if (!cursorHidden) XDefineCursor(dpy, win, ShapeCursor(c));
+  }
+
+  // ------------------------------------------------------------ painting
+
+  void Blit(const IRECT& units) {
+    cairo_surface_t* back = g->BackBuffer();
+    if (!back || !xsurf) return;
+    const float s = Scale();
+    const IRECT px = units.Scaled(s).Outset();
+    cairo_surface_set_device_scale(back, 1.0, 1.0);
+    cairo_t* cr = cairo_create(xsurf);
+    cairo_rectangle(cr, px.L, px.T, px.W(), px.H());
+    cairo_clip(cr);
+    cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+    cairo_set_source_surface(cr, back, 0, 0);
+    cairo_paint(cr);
+    cairo_destroy(cr);
+    cairo_surface_flush(xsurf);
+    XFlush(dpy);
+  }
+
+  void Tick() {
+    ++ticks;
+    if (hoverPending && !tipShown && Clock::now() - hoverSince >= kHoverTime) {
+      hoverPending = false;
+      ShowTooltip();
+    }
+    IRECT r;
+    if (g->IsDirty(r)) {
+      g->Draw(r);
+      Blit(r);
+    }
+  }
+
+  // ------------------------------------------------------------ tooltip
+
+  void ShowTooltip() {
+    const std::string text = g->GetTooltipAt(g->GetMouseOver());
+    if (text.empty() || !g->TooltipsEnabled()) return;
+    Window r, c;
+    int rx = 0, ry = 0, wx = 0, wy = 0;
+    unsigned mask = 0;
+    XQueryPointer(dpy, win, &r, &c, &rx, &ry, &wx, &wy, &mask);
+    const double s = Scale();
+    const double size = 11.0;
+    cairo_surface_t* probe = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+    double tw = 0.0;
+    {
+      tgraphics m(probe, 1, 1, 1.0);
+      m.set_font("OpenSans-Regular", size);
+      tw = m.text_extents(text).x_advance;
+    }
+    cairo_surface_destroy(probe);
+    const int w = static_cast<int>(std::ceil((tw + 12.0) * s)), h = static_cast<int>(std::ceil(22.0 * s));
+    XSetWindowAttributes a{};
+    a.override_redirect = True;
+    a.background_pixel = 0xffffe1;
+    a.border_pixel = 0x000000;
+    a.event_mask = ExposureMask;
+    tipWin = XCreateWindow(dpy, root, rx + 12, ry + 18, static_cast<unsigned>(w), static_cast<unsigned>(h), 1,
+                           CopyFromParent, InputOutput, CopyFromParent,
+                           CWOverrideRedirect | CWBackPixel | CWBorderPixel | CWEventMask, &a);
+    XMapRaised(dpy, tipWin);
+    XSync(dpy, False);
+    cairo_surface_t* ts = cairo_xlib_surface_create(dpy, tipWin, visual, w, h);
+    {
+      tgraphics t(ts, w / s, h / s, s);
+      t.set_color(1.0, 1.0, 0.88);
+      t.paint();
+      t.draw_text(text, {6.0, 0.0, tw + 6.0, 22.0}, "OpenSans-Regular", size, {0, 0, 0, 1});
+    }
+    cairo_surface_flush(ts);
+    cairo_surface_destroy(ts);
+    XFlush(dpy);
+    tipShown = true;
+  }
+
+  void HideTooltip() {
+    hoverPending = false;
+    if (tipWin) XDestroyWindow(dpy, tipWin);
+    tipWin = 0;
+    tipShown = false;
+  }
+
+  // ------------------------------------------------------------ events
+
+  void OnButtonPress(const XButtonEvent& e) {
+    HideTooltip();
+    const float x = e.x / Scale(), y = e.y / Scale();
+    IMouseMod mod = Mods(e.state);
+    if (e.button == Button4 || e.button == Button5) {
+      if (!g->IsTextEntryOpen()) g->OnMouseWheel(x, y, mod, e.button == Button4 ? 1.f : -1.f);
+      return;
+    }
+    if (e.button > Button3) return;
+    mod.L = e.button == Button1;
+    mod.R = e.button == Button3;
+    if (!g->IsTextEntryOpen()) XSetInputFocus(dpy, win, RevertToParent, e.time);
+    lastX = x;
+    lastY = y;
+    if (e.button == Button1 && lastClickTime && e.time - lastClickTime < kDoubleClickMs && !g->IsTextEntryOpen()) {
+      lastClickTime = 0;
+      g->OnMouseDblClick(x, y, mod);
+      return;
+    }
+    if (e.button == Button1) lastClickTime = e.time;
+    g->OnMouseDown(x, y, mod);
+  }
+
+  void OnButtonRelease(const XButtonEvent& e) {
+    if (e.button > Button3) return;
+    IMouseMod mod = Mods(e.state);
+    mod.L = e.button == Button1;
+    mod.R = e.button == Button3;
+    g->OnMouseUp(e.x / Scale(), e.y / Scale(), mod);
+  }
+
+  void OnMotion(XMotionEvent e) {
+    XEvent next;
+    while (XCheckTypedWindowEvent(dpy, win, MotionNotify, &next)) e = next.xmotion;  // newest only
+    const float x = e.x / Scale(), y = e.y / Scale();
+    const IMouseMod mod = Mods(e.state);
+    if (e.state & (Button1Mask | Button2Mask | Button3Mask)) {
+      g->OnMouseDrag(x, y, x - lastX, y - lastY, mod);
+    } else if (g->OnMouseOver(x, y, mod)) {
+      if (tipShown) HideTooltip();
+      ApplyCursor(g->GetCursorAt(g->GetMouseOver()));
+      hoverPending = g->TooltipsEnabled() && g->GetMouseOver() >= 0;
+      hoverSince = Clock::now();
+    }
+    lastX = x;
+    lastY = y;
+  }
+
+  Window TopLevel() {
+    // The window just below the root on the way up from ours: the host's main window.
+    Window w = parent;
+    for (int guard = 0; guard < 64 && w && w != root; ++guard) {
+      Window r = 0, p = 0, *kids = nullptr;
+      unsigned n = 0;
+      if (!XQueryTree(dpy, w, &r, &p, &kids, &n)) break;
+      if (kids) XFree(kids);
+      if (p == r || p == 0) return w;
+      w = p;
+    }
+    return w;
+  }
+
+  void Forward(XKeyEvent e) {
+    const Window top = TopLevel();
+    if (!top || top == root) return;
+    e.window = top;
+    e.send_event = True;
+    XEvent ev;
+    ev.xkey = e;
+    XSendEvent(dpy, top, False, e.type == KeyPress ? KeyPressMask : KeyReleaseMask, &ev);
+    XFlush(dpy);
+  }
+
+  void OnKey(XKeyEvent e) {
+    char buf[32] = {};
+    KeySym ks = NoSymbol;
+    const int n = XLookupString(&e, buf, sizeof(buf) - 1, &ks, nullptr);
+    if (e.type == KeyRelease) {
+      if (forwardedKeys.erase(e.keycode)) Forward(e);
+      return;
+    }
+    if (g->IsTextEntryOpen()) {
+      if (ks == XK_Return || ks == XK_KP_Enter) g->CloseTextEntry(true);
+      else if (ks == XK_Escape) g->CloseTextEntry(false);
+      else if (ks == XK_BackSpace) g->OnTextEntryBackspace();
+      else if (n > 0 && static_cast<unsigned char>(buf[0]) >= 32 && buf[0] != 127) g->OnTextEntryChar(std::string(buf, n));
+      return;
+    }
+    const int key = iplatform::KeyCodeFromKeySym(ks);
+    if (key != KEY_NONE && g->OnKeyDown(lastX, lastY, key)) return;
+    forwardedKeys.insert(e.keycode);
+    Forward(e);
+  }
+
+  void OnSelectionRequest(const XSelectionRequestEvent& r) {
+    XSelectionEvent reply{};
+    reply.type = SelectionNotify;
+    reply.display = r.display;
+    reply.requestor = r.requestor;
+    reply.selection = r.selection;
+    reply.target = r.target;
+    reply.time = r.time;
+    reply.property = None;
+    const Atom prop = r.property != None ? r.property : r.target;
+    if (r.selection == aClipboard) {
+      if (r.target == aTargets) {
+        const Atom targets[] = {aTargets, aUtf8, XA_STRING};
+        XChangeProperty(dpy, r.requestor, prop, XA_ATOM, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(targets), 3);
+        reply.property = prop;
+      } else if (r.target == aUtf8 || r.target == XA_STRING) {
+        std::lock_guard<std::mutex> lock(clipLock);
+        XChangeProperty(dpy, r.requestor, prop, r.target, 8, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(clipText.data()), static_cast<int>(clipText.size()));
+        reply.property = prop;
+      }
+    }
+    XEvent ev;
+    ev.xselection = reply;
+    XSendEvent(dpy, r.requestor, False, NoEventMask, &ev);
+    XFlush(dpy);
+  }
+
+  void SendXdnd(Window to, Atom type, long l1, long l2, long l3, long l4) {
+    XEvent ev{};
+    ev.xclient.type = ClientMessage;
+    ev.xclient.display = dpy;
+    ev.xclient.window = to;
+    ev.xclient.message_type = type;
+    ev.xclient.format = 32;
+    ev.xclient.data.l[0] = static_cast<long>(win);
+    ev.xclient.data.l[1] = l1;
+    ev.xclient.data.l[2] = l2;
+    ev.xclient.data.l[3] = l3;
+    ev.xclient.data.l[4] = l4;
+    XSendEvent(dpy, to, False, NoEventMask, &ev);
+    XFlush(dpy);
+  }
+
+  bool SourceOffersUriList(const XClientMessageEvent& e) {
+    if (e.data.l[1] & 1) {
+      Atom type = 0;
+      int format = 0;
+      unsigned long count = 0, after = 0;
+      unsigned char* data = nullptr;
+      bool found = false;
+      if (XGetWindowProperty(dpy, static_cast<Window>(e.data.l[0]), aXdndTypeList, 0, 1024, False, XA_ATOM, &type,
+                             &format, &count, &after, &data) == Success && data) {
+        const Atom* atoms = reinterpret_cast<const Atom*>(data);  // format 32 is returned as longs
+        for (unsigned long i = 0; i < count; ++i) found = found || atoms[i] == aUriList;
+      }
+      if (data) XFree(data);
+      return found;
+    }
+    for (int i = 2; i <= 4; ++i)
+      if (static_cast<Atom>(e.data.l[i]) == aUriList) return true;
+    return false;
+  }
+
+  void OnClientMessage(const XClientMessageEvent& e) {
+    if (e.message_type == aXdndEnter) {
+      dndSource = static_cast<Window>(e.data.l[0]);
+      dndAccept = g->DragAndDropEnabled() && SourceOffersUriList(e);
+    } else if (e.message_type == aXdndPosition) {
+      dndSource = static_cast<Window>(e.data.l[0]);
+      const int rx = static_cast<int>((e.data.l[2] >> 16) & 0xffff), ry = static_cast<int>(e.data.l[2] & 0xffff);
+      Window child = 0;
+      XTranslateCoordinates(dpy, root, win, rx, ry, &dndX, &dndY, &child);
+      SendXdnd(dndSource, aXdndStatus, dndAccept ? 3 : 2, 0, 0, dndAccept ? static_cast<long>(aXdndActionCopy) : 0);
+    } else if (e.message_type == aXdndLeave) {
+      dndSource = 0;
+      dndAccept = false;
+    } else if (e.message_type == aXdndDrop) {
+      dndSource = static_cast<Window>(e.data.l[0]);
+      if (dndAccept)
+        XConvertSelection(dpy, aXdndSelection, aUriList, aSelProp, win, static_cast<Time>(e.data.l[2]));
+      else
+        SendXdnd(dndSource, aXdndFinished, 0, 0, 0, 0);
+    }
+  }
+
+  void OnSelectionNotify(const XSelectionEvent& e) {
+    if (e.selection != aXdndSelection) return;
+    bool delivered = false;
+    if (e.property != None) {
+      Atom type = 0;
+      int format = 0;
+      unsigned long count = 0, after = 0;
+      unsigned char* data = nullptr;
+      if (XGetWindowProperty(dpy, win, e.property, 0, 1 << 20, True, AnyPropertyType, &type, &format, &count, &after,
+                             &data) == Success && data && format == 8) {
+        const std::string list(reinterpret_cast<const char*>(data), count);
+        const std::vector<std::string> paths = ixdnd::PathsFromUriList(list);
+        std::vector<int> dirs;
+        for (const auto& p : paths) dirs.push_back(ixdnd::IsDirectory(p) ? 1 : 0);
+        if (!paths.empty()) delivered = g->OnDrop(paths, dirs, dndX / Scale(), dndY / Scale());
+      }
+      if (data) XFree(data);
+    }
+    if (dndSource)
+      SendXdnd(dndSource, aXdndFinished, delivered ? 1 : 0, delivered ? static_cast<long>(aXdndActionCopy) : 0, 0, 0);
+    dndSource = 0;
+  }
+
+  void Handle(XEvent& e) {
+    switch (e.type) {
+      case Expose:
+        if (e.xexpose.window == win) {
+          const float s = Scale();
+          const IRECT r = IRECT::FromXYWH(e.xexpose.x / s, e.xexpose.y / s, e.xexpose.width / s, e.xexpose.height / s);
+          if (g->BackBuffer()) Blit(r); else g->SetAllControlsDirty();
+        }
+        break;
+      case ConfigureNotify:
+        if (e.xconfigure.window == win && (e.xconfigure.width != winW || e.xconfigure.height != winH)) {
+          winW = e.xconfigure.width;
+          winH = e.xconfigure.height;
+          cairo_xlib_surface_set_size(xsurf, winW, winH);
+          g->SetAllControlsDirty();
+        }
+        break;
+      case ButtonPress: OnButtonPress(e.xbutton); break;
+      case ButtonRelease: OnButtonRelease(e.xbutton); break;
+      case MotionNotify: OnMotion(e.xmotion); break;
+      case LeaveNotify:
+        if (e.xcrossing.mode == NotifyNormal && !(e.xcrossing.state & (Button1Mask | Button3Mask))) {
+          HideTooltip();
+          g->OnMouseOut();
+        }
+        break;
+      case KeyPress:
+      case KeyRelease: OnKey(e.xkey); break;
+      case SelectionRequest: OnSelectionRequest(e.xselectionrequest); break;
+      case SelectionClear: {
+        std::lock_guard<std::mutex> lock(clipLock);
+        clipText.clear();
+        break;
+      }
+      case SelectionNotify: OnSelectionNotify(e.xselection); break;
+      case ClientMessage: OnClientMessage(e.xclient); break;
+      default: break;
+    }
+  }
+
+  void Run() {
+    auto next = Clock::now() + kTimerPeriod;
+    pollfd fds[2] = {{ConnectionNumber(dpy), POLLIN, 0}, {wake[0], POLLIN, 0}};
+    while (!stop) {
+      const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
+      if (!XPending(dpy)) {
+        fds[0].revents = fds[1].revents = 0;
+        poll(fds, 2, wait > 0 ? static_cast<int>(wait) : 0);
+        if (fds[1].revents & POLLIN) {
+          char b[16];
+          while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {}
+        }
+      }
+      if (stop) break;
+      std::lock_guard<std::recursive_mutex> lock(g->GetLock());
+      while (XPending(dpy)) {
+        XEvent e;
+        XNextEvent(dpy, &e);
+        Handle(e);
+      }
+      const auto now = Clock::now();
+      if (now >= next) {
+        next += kTimerPeriod;
+        if (next < now) next = now + kTimerPeriod;
+        Tick();
+      }
+    }
+  }
+};
+
+IGraphicsX11::IGraphicsX11(int width, int height, int fps)
+    : IGraphics(width, height, fps), mImpl(std::make_unique<Impl>(this)) {}
+
+IGraphicsX11::~IGraphicsX11() { CloseWindow(); }
+
+bool IGraphicsX11::WindowIsOpen() const { return mImpl->win != 0; }
+void* IGraphicsX11::GetWindow() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(mImpl->win)); }
+long IGraphicsX11::TimerTicks() const { return mImpl->ticks; }
+
+void* IGraphicsX11::OpenWindow(void* parentHandle) {
+  Impl& m = *mImpl;
+  int x = 0, y = 0;
+  if (m.win) {
+    // A second open takes the place of the first window.
+    XWindowAttributes a;
+    if (XGetWindowAttributes(m.dpy, m.win, &a)) {
+      x = a.x;
+      y = a.y;
+    }
+    CloseWindow();
+  }
+  XInitThreads();
+  m.dpy = XOpenDisplay(nullptr);
+  if (!m.dpy) return nullptr;
+  m.InternAtoms();
+  m.root = DefaultRootWindow(m.dpy);
+  m.parent = parentHandle ? static_cast<Window>(reinterpret_cast<uintptr_t>(parentHandle)) : m.root;
+  m.visual = DefaultVisual(m.dpy, DefaultScreen(m.dpy));
+
+  const double dpi = iplatform::XftDpiFromResources(XResourceManagerString(m.dpy));
+  mScreenScale = iplatform::ScreenScaleFromDpi(dpi > 0.0 ? dpi : 96.0, dpi > 0.0 ? dpi : 96.0);
+  m.winW = WindowWidth();
+  m.winH = WindowHeight();
+
+  XSetWindowAttributes attrs{};
+  attrs.background_pixmap = None;
+  attrs.bit_gravity = NorthWestGravity;
+  attrs.event_mask = ExposureMask | StructureNotifyMask | ButtonPressMask | ButtonReleaseMask | PointerMotionMask |
+                     LeaveWindowMask | EnterWindowMask | KeyPressMask | KeyReleaseMask | FocusChangeMask;
+  XSync(m.dpy, False);
+  gXError = false;
+  auto* oldHandler = XSetErrorHandler(CatchXError);
+  m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH), 0,
+                        CopyFromParent, InputOutput, CopyFromParent, CWBackPixmap | CWBitGravity | CWEventMask,
+                        &attrs);
+  XSync(m.dpy, False);
+  const bool failed = gXError || !m.win;
+  XSetErrorHandler(oldHandler);
+  if (failed) {
+    XCloseDisplay(m.dpy);
+    m.dpy = nullptr;
+    m.win = 0;
+    return nullptr;
+  }
+  if (DragAndDropEnabled()) {
+    const Atom version = 5;
+    XChangeProperty(m.dpy, m.win, m.aXdndAware, XA_ATOM, 32, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(&version), 1);
+  }
+  char blank[1] = {0};
+  Pixmap bm = XCreateBitmapFromData(m.dpy, m.win, blank, 1, 1);
+  XColor black{};
+  m.blankCursor = XCreatePixmapCursor(m.dpy, bm, bm, &black, &black, 0, 0);
+  XFreePixmap(m.dpy, bm);
+  m.ApplyCursor(ICursor::Arrow);
+  XMapWindow(m.dpy, m.win);
+  m.xsurf = cairo_xlib_surface_create(m.dpy, m.win, m.visual, m.winW, m.winH);
+  XFlush(m.dpy);
+
+  NotifyWindowOpened();
+  if (pipe(m.wake) != 0) m.wake[0] = m.wake[1] = -1;
+  m.stop = false;
+  m.thread = std::thread([&m] { m.Run(); });
+  return GetWindow();
+}
+
+void IGraphicsX11::CloseWindow() {
+  Impl& m = *mImpl;
+  if (!m.win) return;
+  m.stop = true;
+  if (m.wake[1] >= 0) {
+    const char c = 1;
+    [[maybe_unused]] const ssize_t n = write(m.wake[1], &c, 1);
+  }
+  if (m.thread.joinable()) m.thread.join();
+  std::lock_guard<std::recursive_mutex> lock(GetLock());
+  CloseTextEntry(false);
+  m.HideTooltip();
+  if (m.cursorHidden) ShowMouseCursor();
+  if (m.xsurf) {
+    cairo_device_t* dev = cairo_surface_get_device(m.xsurf);
+    cairo_surface_destroy(m.xsurf);
+    if (dev) cairo_device_finish(dev);
+    m.xsurf = nullptr;
+  }
+  XDestroyWindow(m.dpy, m.win);
+  m.win = 0;
+  for (auto& [shape, cur] : m.cursors) XFreeCursor(m.dpy, cur);
+  m.cursors.clear();
+  if (m.blankCursor) XFreeCursor(m.dpy, m.blankCursor);
+  m.blankCursor = 0;
+  XCloseDisplay(m.dpy);
+  m.dpy = nullptr;
+  for (int& fd : m.wake) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+  ReleaseBackBuffer();
+}
+
+void IGraphicsX11::HideMouseCursor() {
+  Impl& m = *mImpl;
+  std::lock_guard<std::recursive_mutex> lock(GetLock());
+  if (!m.win || m.cursorHidden) return;
+  Window r, c;
+  int wx = 0, wy = 0;
+  unsigned mask = 0;
+  XQueryPointer(m.dpy, m.root, &r, &c, &m.hiddenX, &m.hiddenY, &wx, &wy, &mask);
+  m.cursorHidden = true;
+  XDefineCursor(m.dpy, m.win, m.blankCursor);
+  XFlush(m.dpy);
+}
+
+void IGraphicsX11::ShowMouseCursor() {
+  Impl& m = *mImpl;
+  std::lock_guard<std::recursive_mutex> lock(GetLock());
+  if (!m.win || !m.cursorHidden) return;
+  m.cursorHidden = false;
+  XWarpPointer(m.dpy, None, m.root, 0, 0, 0, 0, m.hiddenX, m.hiddenY);
+  XDefineCursor(m.dpy, m.win, m.ShapeCursor(m.shownCursor));
+  XSync(m.dpy, False);
+}
+
+bool IGraphicsX11::SetTextInClipboard(const std::string& text) {
+  Impl& m = *mImpl;
+  if (!m.win) return false;
+  {
+    std::lock_guard<std::mutex> lock(m.clipLock);
+    m.clipText = text;
+  }
+  XSetSelectionOwner(m.dpy, m.aClipboard, m.win, CurrentTime);
+  const bool owner = XGetSelectionOwner(m.dpy, m.aClipboard) == m.win;
+  XFlush(m.dpy);
+  return owner;
+}
+
+bool IGraphicsX11::GetTextFromClipboard(std::string& text) {
+  Impl& m = *mImpl;
+  text.clear();
+  if (!m.win) return false;
+  if (XGetSelectionOwner(m.dpy, m.aClipboard) == m.win) {
+    std::lock_guard<std::mutex> lock(m.clipLock);
+    text = m.clipText;
+    return true;
+  }
+  // Ask the owner through a connection of our own, so that the answer does
+  // not land in the window's event loop.
+  Display* d = XOpenDisplay(DisplayString(m.dpy));
+  if (!d) return false;
+  const Atom clip = XInternAtom(d, "CLIPBOARD", False), utf8 = XInternAtom(d, "UTF8_STRING", False),
+             prop = XInternAtom(d, "VELORUM_SELECTION", False);
+  const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
+  XConvertSelection(d, clip, utf8, prop, w, CurrentTime);
+  XFlush(d);
+  bool ok = false;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(1000);
+  while (Clock::now() < deadline) {
+    XEvent e;
+    if (XCheckTypedWindowEvent(d, w, SelectionNotify, &e)) {
+      if (e.xselection.property != None) {
+        Atom type = 0;
+        int format = 0;
+        unsigned long count = 0, after = 0;
+        unsigned char* data = nullptr;
+        if (XGetWindowProperty(d, w, prop, 0, 1 << 20, True, AnyPropertyType, &type, &format, &count, &after,
+                               &data) == Success && data && type == utf8 && format == 8) {
+          text.assign(reinterpret_cast<const char*>(data), count);
+          ok = true;
+        }
+        if (data) XFree(data);
+      }
+      break;
+    }
+    pollfd fd{ConnectionNumber(d), POLLIN, 0};
+    poll(&fd, 1, 10);
+  }
+  XDestroyWindow(d, w);
+  XCloseDisplay(d);
+  return ok;
+}
+
+void IGraphicsX11::ResizeWindow(int width, int height) {
+  Impl& m = *mImpl;
+  if (!m.win || width <= 0 || height <= 0) return;
+  std::lock_guard<std::recursive_mutex> lock(GetLock());
+  if (width == m.winW && height == m.winH) return;
+  const int dw = width - m.winW, dh = height - m.winH;
+  XResizeWindow(m.dpy, m.win, static_cast<unsigned>(width), static_cast<unsigned>(height));
+  m.winW = width;
+  m.winH = height;
+  cairo_xlib_surface_set_size(m.xsurf, width, height);
+  // The host's windows around the editor grow by the same amount: at most two
+  // levels up, and never a top-level window (the window manager owns those).
+  Window w = m.parent;
+  for (int level = 0; level < 2 && w && w != m.root; ++level) {
+    Window r = 0, p = 0, *kids = nullptr;
+    unsigned n = 0;
+    if (!XQueryTree(m.dpy, w, &r, &p, &kids, &n)) break;
+    if (kids) XFree(kids);
+    if (p == r) break;
+    XWindowAttributes a;
+    if (!XGetWindowAttributes(m.dpy, w, &a)) break;
+    XResizeWindow(m.dpy, w, static_cast<unsigned>(std::max(1, a.width + dw)),
+                  static_cast<unsigned>(std::max(1, a.height + dh)));
+    w = p;
+  }
+  SetAllControlsDirty();
+  XFlush(m.dpy);
+}
