@@ -41,6 +41,8 @@ void AudioFileReader::close()
     kind_ = KindNone;
     framesRead_ = 0;
     position_ = 0;
+    delivered_ = 0;
+    ended_ = false;
 }
 
 bool AudioFileReader::openWithSystemDecoder()
@@ -150,8 +152,12 @@ bool AudioFileReader::openMultiMono(const std::vector<std::string>& paths, uint3
             format_.timeReference = f.timeReference;
         channelDecoders_.push_back(std::move(decoder));
     }
+    // A set states no single bit depth: like the system decoder it reports
+    // -1 (so the summary prints no "File Bitrate" line); the largest depth of
+    // its files stays available to the normaliser.
     format_.channels = count;
-    format_.bitsPerSample = bits;
+    format_.bitsPerSample = -1;
+    setBits_ = bits;
     return true;
 }
 
@@ -173,6 +179,8 @@ bool AudioFileReader::prepare(int32_t blockFrames)
     }
     position_ = 0;
     framesRead_ = 0;
+    delivered_ = 0;
+    ended_ = false;
     progress_.exchange(0);
     return true;
 }
@@ -210,6 +218,9 @@ bool AudioFileReader::readBlock()
 
     if (position_ == 0 && got == 0)
         return fail(ErrorOpen);
+    delivered_ += static_cast<uint64_t>(got);
+    if (got < wanted || wanted == 0)
+        ended_ = true;
     if (got > 0) {
         position_ += blockFrames_;
         const double pct = total > 0 ? static_cast<double>(position_) / static_cast<double>(total) * 100.0 : 100.0;
@@ -233,7 +244,24 @@ bool AudioFileReader::rewind()
     }
     position_ = 0;
     framesRead_ = 0;
+    delivered_ = 0;
+    ended_ = false;
     return ok;
+}
+
+bool AudioFileReader::truncated() const
+{
+    if (decoder_ && decoder_->truncated())
+        return true;
+    for (const auto& d : channelDecoders_)
+        if (d->truncated())
+            return true;
+    if (!ended_ || delivered_ >= format_.totalFrames)
+        return false;
+    const uint64_t missing = format_.totalFrames - delivered_;
+    if (kind_ == KindSystem)
+        return missing > format_.sampleRate && missing > format_.totalFrames / 50;
+    return true;
 }
 
 } // namespace velorum

@@ -54,10 +54,19 @@ public:
     const std::vector<std::string>& channelPaths() const { return channelPaths_; }
     const std::vector<std::string>& channelNames() const { return channelNames_; }
     uint32_t layoutIndex() const { return layoutIndex_; }
+    // Multi-mono sets: the largest bit depth of the files (-1 when unknown).
+    int32_t largestChannelBits() const { return setBits_; }
 
     int32_t blockFrames() const { return blockFrames_; }
     const float* buffer() const { return buffer_.data(); }
     int32_t framesRead() const { return framesRead_; }
+    // Frames delivered since prepare/rewind (without the padding).
+    uint64_t framesDelivered() const { return delivered_; }
+    // True when the file holds less audio than it states: the container says
+    // so at open, or, once the end was reached, fewer frames came than the
+    // length promised (for the system decoder, whose length is estimated
+    // from the duration, only when more than 1 s and 2 % are missing).
+    bool truncated() const;
     int64_t position() const { return position_; }
 
     int state() const { return state_.load(); }
@@ -80,10 +89,13 @@ private:
     std::vector<std::string> channelPaths_;
     std::vector<std::string> channelNames_;
     uint32_t layoutIndex_ = kLayoutFromFileCount;
+    int32_t setBits_ = -1;
     int32_t blockFrames_ = 0;
     std::vector<float> buffer_;
     int32_t framesRead_ = 0;
     int64_t position_ = 0;
+    uint64_t delivered_ = 0;
+    bool ended_ = false;
     std::atomic<int> state_{StateIdle};
     std::atomic<int> error_{ErrorNone};
     std::atomic<int> progress_{0};

@@ -26,9 +26,13 @@ public:
     // Moves to the given frame; false when the decoder cannot seek.
     virtual bool seek(uint64_t frame) = 0;
     const AudioFormat& format() const { return format_; }
+    // True when the file states more audio than it holds (cut off in
+    // transfer or damaged), as far as the container tells at open.
+    bool truncated() const { return truncated_; }
 
 protected:
     AudioFormat format_;
+    bool truncated_ = false;
 };
 
 } // namespace velorum

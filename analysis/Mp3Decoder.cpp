@@ -51,6 +51,8 @@ bool Mp3Decoder::open(const std::string& path)
     }
     mpg123_format_none(handle_);
     mpg123_format(handle_, rate, channels, MPG123_ENC_FLOAT_32);
+    // The length an Info/Xing header states, before the scan replaces it.
+    const off_t stated = mpg123_length(handle_);
     // One pass over the whole stream gives the exact length; then back to 0.
     if (mpg123_scan(handle_) != MPG123_OK) {
         release();
@@ -61,6 +63,12 @@ bool Mp3Decoder::open(const std::string& path)
         release();
         return false;
     }
+    // A stream shorter than its header says by more than a frame was cut off.
+    mpg123_frameinfo frame{};
+    long frameSamples = 1152;
+    if (mpg123_info(handle_, &frame) == MPG123_OK && frame.layer == 1)
+        frameSamples = 384;
+    truncated_ = stated > 0 && stated - length > frameSamples;
     format_.sampleRate = static_cast<uint32_t>(rate);
     format_.channels = static_cast<uint32_t>(channels);
     format_.totalFrames = static_cast<uint64_t>(length);

@@ -107,9 +107,15 @@ bool OfflineAnalysis::run(const Request& request)
             const int frames = reader.framesRead();
             if (frames <= 0)
                 break;
+            if (reader.truncated()) {
+                progress_.store(reader.progress());
+                return finish(Failed, ErrorTruncated);
+            }
             feeder.feed(reader.buffer(), frames);
             progress_.store(reader.progress());
         }
+        if (reader.truncated())
+            return finish(Failed, ErrorTruncated);
         progress_.store(100);
         return finish(Done, 0);
     } catch (const std::bad_alloc&) {
@@ -137,6 +143,7 @@ std::string OfflineAnalysis::messageFor(int error, const Request& request)
         return chosenLayout ? "The dropped files do not match the current channel preset."
                             : "The multi-mono file selection is not valid.";
     case AudioFileReader::ErrorNotMono: return "The multi-mono file selection is not valid.";
+    case ErrorTruncated: return "The file could not be opened. It ends before the length it states (truncated or damaged).";
     case AudioFileReader::ErrorNothingToRead:
     case ErrorSelection:
     default: return "The file selection is not valid.";

@@ -22,7 +22,7 @@ class OfflineAnalysis {
 public:
     enum State : int { Idle = 0, Done = 1, Busy = 2, Failed = 8, Cancelled = 9 };
     // Driver errors beside the reader's codes (AudioFileReader::Error).
-    enum : int { ErrorSelection = 100 };
+    enum : int { ErrorSelection = 100, ErrorTruncated = 101 };
 
     struct Request {
         std::vector<std::string> paths;   // one file, or the files of a multi-mono set

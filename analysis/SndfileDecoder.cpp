@@ -1,5 +1,6 @@
 #include "analysis/SndfileDecoder.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace velorum {
@@ -21,6 +22,23 @@ int32_t bitsOf(int format)
     case SF_FORMAT_MS_ADPCM: return 4;
     default: return -1;
     }
+}
+
+// libsndfile shortens a WAV whose data chunk runs past the end of the file to
+// what is there, and notes "data : <stated> (should be <present>)" in its log.
+// A stated length of 0 or about 4 GB is the mark of a streamed file, not of a
+// cut one.
+bool headerPromisesMore(SNDFILE* file)
+{
+    char log[8192] = {};
+    sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+    const char* line = std::strstr(log, "data : ");
+    if (!line)
+        return false;
+    unsigned long long stated = 0, present = 0;
+    if (std::sscanf(line, "data : %llu (should be %llu)", &stated, &present) != 2)
+        return false;
+    return stated > present && stated != 0 && stated < 0xFFFFFF00ull;
 }
 
 } // namespace
@@ -64,6 +82,7 @@ bool SndfileDecoder::open(const std::string& path)
     sf_command(file_, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
     SF_BROADCAST_INFO bext;
     std::memset(&bext, 0, sizeof bext);
+    truncated_ = headerPromisesMore(file_);
     if (sf_command(file_, SFC_GET_BROADCAST_INFO, &bext, sizeof bext) == SF_TRUE)
         format_.timeReference =
             (static_cast<uint64_t>(bext.time_reference_high) << 32) | bext.time_reference_low;

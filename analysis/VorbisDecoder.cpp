@@ -4,8 +4,38 @@
 #include <stb_vorbis.h>
 
 #include <climits>
+#include <cstdio>
+#include <vector>
 
 namespace velorum {
+namespace {
+
+// The last Ogg page of a complete stream carries the end-of-stream flag
+// (bit 2 of the header type, the byte after "OggS" and the version).
+bool lastPageEndsStream(const std::string& path)
+{
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f)
+        return false;
+    std::vector<unsigned char> tail(65536 + 27);
+    long size = 0;
+    if (std::fseek(f, 0, SEEK_END) == 0)
+        size = std::ftell(f);
+    const long start = size > static_cast<long>(tail.size()) ? size - static_cast<long>(tail.size()) : 0;
+    size_t got = 0;
+    if (size > 0 && std::fseek(f, start, SEEK_SET) == 0)
+        got = std::fread(tail.data(), 1, tail.size(), f);
+    std::fclose(f);
+    for (size_t i = got >= 6 ? got - 6 : 0; got >= 6; --i) {
+        if (tail[i] == 'O' && tail[i + 1] == 'g' && tail[i + 2] == 'g' && tail[i + 3] == 'S' && tail[i + 4] == 0)
+            return (tail[i + 5] & 0x04) != 0;
+        if (i == 0)
+            break;
+    }
+    return false;
+}
+
+} // namespace
 
 VorbisDecoder::~VorbisDecoder()
 {
@@ -27,6 +57,7 @@ bool VorbisDecoder::open(const std::string& path)
         return false;
     }
     stb_vorbis_seek_start(vorbis_);
+    truncated_ = !lastPageEndsStream(path);
     format_.sampleRate = info.sample_rate;
     format_.channels = static_cast<uint32_t>(info.channels);
     format_.totalFrames = length;

@@ -1,0 +1,116 @@
+// Readings from files of every format agree with the engine fed the same
+// samples directly: exactly for the lossless formats (the decoded samples are
+// the written ones), within codec tolerance for the lossy ones.
+#include "analysis/AudioFixtures.h"
+#include "analysis/OfflineAnalysis.h"
+
+#include <gtest/gtest.h>
+
+namespace velorum {
+namespace {
+
+using test::TempDir;
+
+constexpr int kRate = 48000;
+constexpr int kChannels = 2;
+
+test::Readings analyseFile(const std::string& path, int* kind = nullptr, int32_t block = 4096)
+{
+    LoudnessEngine engine;
+    OfflineAnalysis analysis(engine);
+    OfflineAnalysis::Request request;
+    request.paths = {path};
+    request.blockFrames = block;
+    EXPECT_TRUE(analysis.run(request)) << path << ": " << analysis.message();
+    if (kind)
+        *kind = analysis.fileInfo().decoderKind;
+    return test::readingsOf(engine);
+}
+
+void expectSame(const test::Readings& a, const test::Readings& b, const std::string& what)
+{
+    EXPECT_DOUBLE_EQ(a.integrated, b.integrated) << what;
+    EXPECT_DOUBLE_EQ(a.loudnessRange, b.loudnessRange) << what;
+    EXPECT_DOUBLE_EQ(a.momentaryMax, b.momentaryMax) << what;
+    EXPECT_DOUBLE_EQ(a.shortTermMax, b.shortTermMax) << what;
+    EXPECT_DOUBLE_EQ(a.truePeakMax, b.truePeakMax) << what;
+}
+
+void expectNear(const test::Readings& a, const test::Readings& b, double loudness, double peak, const std::string& what)
+{
+    EXPECT_NEAR(a.integrated, b.integrated, loudness) << what;
+    EXPECT_NEAR(a.loudnessRange, b.loudnessRange, 2 * loudness) << what;
+    EXPECT_NEAR(a.shortTermMax, b.shortTermMax, loudness) << what;
+    EXPECT_NEAR(a.truePeakMax, b.truePeakMax, peak) << what;
+}
+
+TEST(FormatAgreement, LosslessFormatsMatchTheEngineExactly)
+{
+    TempDir dir;
+    const std::vector<float> source = test::programme(kChannels, kRate, kRate * 8);
+    struct Case {
+        const char* name;
+        int format;
+        int kind;
+    };
+    for (const Case& c : {Case{"a16.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2},
+                          Case{"a24.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2},
+                          Case{"af.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2},
+                          Case{"a.rf64.wav", SF_FORMAT_RF64 | SF_FORMAT_PCM_24, 2},
+                          Case{"a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 3}}) {
+        const std::string path = dir.file(c.name);
+        ASSERT_TRUE(test::writeFile(path, c.format, kChannels, kRate, source)) << c.name;
+        int channels = 0, rate = 0;
+        const std::vector<float> stored = test::readBack(path, channels, rate);
+        int kind = 0;
+        const test::Readings fromFile = analyseFile(path, &kind);
+        EXPECT_EQ(kind, c.kind) << c.name;
+        expectSame(fromFile, test::measureDirect(stored, channels, rate), c.name);
+    }
+}
+
+TEST(FormatAgreement, BlockSizeDoesNotChangeTheReadings)
+{
+    TempDir dir;
+    const std::string path = dir.file("blocks.wav");
+    const std::vector<float> source = test::programme(kChannels, kRate, kRate * 5 + 17);
+    ASSERT_TRUE(test::writeWav(path, kChannels, kRate, source, SF_FORMAT_FLOAT));
+    const test::Readings reference = analyseFile(path, nullptr, 4096);
+    for (int32_t block : {1, 333, 65536})
+        expectSame(analyseFile(path, nullptr, block), reference, "block " + std::to_string(block));
+}
+
+TEST(FormatAgreement, LossyFormatsMatchWithinCodecTolerance)
+{
+    TempDir dir;
+    const std::vector<float> source = test::programme(kChannels, kRate, kRate * 8);
+    const test::Readings direct = test::measureDirect(source, kChannels, kRate);
+    const std::string wav = dir.file("src.wav");
+    ASSERT_TRUE(test::writeWav(wav, kChannels, kRate, source, SF_FORMAT_FLOAT));
+
+    const std::string ogg = dir.file("a.ogg");
+    if (test::writeFile(ogg, SF_FORMAT_OGG | SF_FORMAT_VORBIS, kChannels, kRate, source)) {
+        int kind = 0;
+        expectNear(analyseFile(ogg, &kind), direct, 0.2, 0.6, "ogg");
+        EXPECT_EQ(kind, 4);
+    }
+    const std::string mp3 = dir.file("a.mp3");
+    if (test::writeMp3(mp3, dir.file("scratch.wav"), kChannels, kRate, source)) {
+        int kind = 0;
+        expectNear(analyseFile(mp3, &kind), direct, 0.6, 1.0, "mp3");
+        EXPECT_EQ(kind, 1);
+    }
+    if (!test::haveFfmpeg())
+        GTEST_SKIP() << "ffmpeg not installed: AAC and Opus not checked";
+    for (const auto& [name, args] : {std::pair<const char*, const char*>{"a.m4a", "-c:a aac -b:a 256k"},
+                                     {"a.opus", "-c:a libopus -b:a 192k"}}) {
+        const std::string path = dir.file(name);
+        ASSERT_TRUE(test::ffmpegConvert(wav, path, args)) << name;
+        int kind = 0;
+        expectNear(analyseFile(path, &kind), direct, 0.2, 0.6, name);
+        EXPECT_EQ(kind, 5) << name;
+    }
+}
+
+} // namespace
+} // namespace velorum
