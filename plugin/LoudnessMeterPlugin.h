@@ -1,0 +1,137 @@
+// The meter plug-in: passes the host's audio through unchanged, measures it
+// with the loudness engine under the rules of the histogram modes, keeps the
+// three distributions up to date, feeds the peak meters, plays calibration
+// signals on demand, and saves and restores its whole state.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "engine/LoudnessEngine.h"
+#include "history/Distributions.h"
+#include "plugin/CalibrationSource.h"
+#include "plugin/IPlugVST.h"
+#include "plugin/MeterParams.h"
+#include "plugin/PeakMeterFeed.h"
+#include "plugin/TransportTracker.h"
+
+namespace velorum {
+
+inline constexpr int32_t kUniqueID = 0x566C526D;  // "VlRm"
+inline constexpr const char* kEffectName = "Velorum";
+inline constexpr const char* kVendorName = "Velorum Audio";
+inline constexpr const char* kProductName = "Velorum";
+
+// Processing-context code meaning "a calibration signal is playing".
+inline constexpr int kContextCalibrationSignal = 5;
+
+// What the readouts show: the engine's readings, or after a restore the
+// readings saved with the state until new audio is measured.
+struct MeterReadings {
+  double integrated = -120.0;
+  double loudnessRange = 0.0;
+  double loudnessRangeLow = -120.0;
+  double loudnessRangeHigh = -120.0;
+  double plr = 0.0;
+  double momentaryMax = -120.0;
+  double shortTermMax = -120.0;
+  double truePeakMax = -120.0;
+  double integratedDialogue = -120.0;
+  double speechContent = 0.0;
+};
+
+class LoudnessMeterPlugin : public IPlugVST {
+ public:
+  explicit LoudnessMeterPlugin(vst::HostCallback host);
+  ~LoudnessMeterPlugin() override;
+
+  // IPlugBase
+  bool WriteState(ByteChunk& chunk) override;
+  int ReadState(const ByteChunk& chunk, int start) override;
+  void ProcessBlock(double** inputs, double** outputs, int frames) override;
+  void OnReset() override;
+  void OnParamChange(int index) override;
+  void OnRestoreState() override;
+  int ProcessingContext() const override;
+  std::vector<double> AuxValues() const override;
+  void SetAuxValues(const std::vector<double>& values) override;
+  intptr_t VendorQuery(int32_t index, intptr_t value, void* ptr, float opt) override;
+
+  // The measuring half of ProcessBlock.
+  void MeasureBlock(double** inputs, int frames);
+  void UpdateDistributions();
+  // Clears engine, history, distributions and timeline; takes the lock.
+  void ResetMeasurement();
+  // The same without the lock and optionally keeping the timeline position.
+  void ResetMeasurementCore(bool clearPosition);
+
+  // Editor-facing state.
+  LoudnessEngine& Engine() { return mEngine; }
+  const LoudnessDistribution& LoudnessBins() const { return mLoudness; }
+  const TruePeakDistribution& TruePeakBins() const { return mTruePeak; }
+  const DynamicsDistribution& DynamicsBins() const { return mDynamics; }
+  bool HistogramWarmUp() const { return mWarmUp.load(std::memory_order_relaxed); }
+  const PeakMeterFeed& PeakMeters() const { return mPeaks; }
+  MeterReadings Readings() const;
+  void SetSuspended(bool on) { mSuspended.store(on ? 1 : 0); }
+  bool Suspended() const { return mSuspended.load() != 0; }
+  bool InProcess() const { return mInProcess.load() != 0; }
+  bool Measuring() const { return ParamValue(param::kPaused) < 0.5; }
+  int64_t Position() const { return mTransport.position; }
+  // Applies standards-table item `index` (see presets/LoudnessStandards.h);
+  // returns the ApplyResult as an integer.
+  int ApplyStandardIndex(int index);
+  // The standards item whose short name the closed menu shows.
+  int ShownStandard() const { return mShownStandard.load(std::memory_order_relaxed); }
+  // Names saved with the measurement (UTF-8).
+  void SetTitle(std::string title) { mTitle = std::move(title); }
+  void SetNotes(std::string notes) { mNotes = std::move(notes); }
+
+ protected:
+  void OnChannelConfigChanged() override;
+
+ private:
+  void ApplyConfiguration();
+  void ApplyEngineSettings();
+  void ApplySampleRate();
+  int ConfigurationFor(int requested) const;
+  bool HistoryIncluded() const;
+  MeterReadings EngineReadings() const;
+
+  LoudnessEngine mEngine;
+  LoudnessDistribution mLoudness;
+  TruePeakDistribution mTruePeak;
+  DynamicsDistribution mDynamics;
+  TransportTracker mTransport;
+  PeakMeterFeed mPeaks;
+  CalibrationSource mGenerator;
+
+  std::atomic<uint8_t> mInProcess{0};
+  std::atomic<uint8_t> mSuspended{0};
+  std::atomic<bool> mWarmUp{true};
+  std::atomic<bool> mSizing{false};
+  std::atomic<int> mShownStandard{29};
+  int32_t mConnectedInputs = 0;
+  int32_t mConnectedOutputs = 0;
+  int mConfiguration = -1;  // layout the engine measures with
+  double mEngineRate = 0.0;
+
+  // Readings and counters restored from a state; shown until new audio is
+  // measured (mRestoredShown), so a restored project reads as it was saved.
+  MeterReadings mStoredReadings;
+  bool mRestoredShown = false;
+  int64_t mStoredMeasuredSamples = 0;
+  std::vector<double> mStoredChannelPeaks;
+  int64_t mSampleOffset = 0;  // samples measured before the state was restored
+  int32_t mResetTimeOfDay = 0;
+  int32_t mResetCounter = 0;
+  bool mCompressHistory = true;
+  std::string mTitle, mNotes;
+  std::array<std::vector<uint8_t>, 2> mABBlobs;
+  std::vector<double> mDisplayState{0.0, 0.0, 1.0, 0.0};  // selection start/end (s), zoom, scroll
+};
+
+}  // namespace velorum
