@@ -2,7 +2,10 @@
 """Designs the long 4x interpolation filter of the true-peak meter and writes
 engine/TruePeakFilterTable.cpp.
 
-124 taps (31 per phase), Kaiser-windowed sinc, linear phase. Frequencies are
+124 taps (31 per phase): a 123-tap Kaiser-windowed sinc centred on tap 61,
+followed by one zero tap. The odd length puts the centre on an input sample,
+so the four phases interpolate at exactly 0, 1/4, 1/2 and 3/4 of a sample
+(phase 1 reproduces the input sample itself). Frequencies are
 given relative to a 48 kHz input (the upsampled rate is 192 kHz):
   pass band 0 .. 20 kHz, ripple below 0.01 dB
   stop band from 28 kHz on, rejection above 70 dB
@@ -21,7 +24,7 @@ FACTOR = 4
 RATE_IN = 48000.0
 RATE_UP = RATE_IN * FACTOR
 CUTOFF_HZ = 24000.0     # -6 dB point of the windowed sinc
-BETA = 7.0              # Kaiser shape
+BETA = 7.5              # Kaiser shape
 PASS_EDGE_HZ = 20000.0
 STOP_EDGE_HZ = 28000.0
 
@@ -36,17 +39,18 @@ def bessel_i0(x):
 
 
 def design():
-    centre = (TAPS - 1) / 2.0
+    length = TAPS - 1
+    centre = (length - 1) / 2.0
     fc = CUTOFF_HZ / RATE_UP
     h = []
-    for j in range(TAPS):
+    for j in range(length):
         t = j - centre
         sinc = 2.0 * fc * (math.sin(2.0 * math.pi * fc * t) / (2.0 * math.pi * fc * t) if t != 0 else 1.0)
         r = t / centre
         w = bessel_i0(BETA * math.sqrt(max(0.0, 1.0 - r * r))) / bessel_i0(BETA)
         h.append(sinc * w)
     s = sum(h)
-    return [v / s for v in h]
+    return [v / s for v in h] + [0.0]
 
 
 def response_db(h, f_hz):
