@@ -16,7 +16,28 @@ std::size_t Bytes(const std::vector<T>& h) {
     return h.capacity() * sizeof(T);
 }
 
+template <class T>
+void WriteEntry(std::vector<T>& h, std::int32_t start, std::int32_t index, T value, T fill) {
+    if (index < 0) index = 0;
+    if (start < 0) start = 0;
+    if (h.size() < static_cast<std::size_t>(start)) h.resize(static_cast<std::size_t>(start), fill);
+    const auto i = static_cast<std::size_t>(index);
+    if (i > h.size()) h.resize(i, fill);
+    if (i == h.size()) h.push_back(value);
+    else h[i] = value;
+}
+
 }  // namespace
+
+void MeasurementHistory::Write(std::vector<float>& h, std::int32_t start, std::int32_t index, float value,
+                               float fill) {
+    WriteEntry(h, start, index, value, fill);
+}
+
+void MeasurementHistory::Write(std::vector<std::uint8_t>& h, std::int32_t start, std::int32_t index,
+                               std::uint8_t value, std::uint8_t fill) {
+    WriteEntry(h, start, index, value, fill);
+}
 
 void MeasurementHistory::Resize(std::size_t count100, std::size_t count10) {
     if (timelineMode) {

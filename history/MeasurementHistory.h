@@ -89,16 +89,9 @@ public:
 
     // Write one entry: grow to `start` with fill, grow to `index` with fill,
     // then append or overwrite. A negative index is taken as 0.
-    template <class T>
-    static void Write(std::vector<T>& h, std::int32_t start, std::int32_t index, T value, T fill) {
-        if (index < 0) index = 0;
-        if (start < 0) start = 0;
-        if (h.size() < static_cast<std::size_t>(start)) h.resize(static_cast<std::size_t>(start), fill);
-        const auto i = static_cast<std::size_t>(index);
-        if (i > h.size()) h.resize(i, fill);
-        if (i == h.size()) h.push_back(value);
-        else h[i] = value;
-    }
+    static void Write(std::vector<float>& h, std::int32_t start, std::int32_t index, float value, float fill);
+    static void Write(std::vector<std::uint8_t>& h, std::int32_t start, std::int32_t index, std::uint8_t value,
+                      std::uint8_t fill);
 
     // Sets every 100 ms history to count100 entries and every 10 ms history to
     // count10, new entries at their fills. In timeline mode the entries from
