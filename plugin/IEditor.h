@@ -45,9 +45,14 @@ class IEditor {
 // called when the host first asks for the editor.
 using EditorFactory = std::unique_ptr<IEditor> (*)(IPlugBase& plugin);
 
-// Installs the process-wide editor factory (the editor library calls this
-// once, for example from the plug-in module's start-up). Passing null removes it.
+// Installs the process-wide editor factory. Passing null removes it.
 void RegisterEditorFactory(EditorFactory factory);
 EditorFactory RegisteredEditorFactory();
+
+// Implemented by the meter's user-interface library (velorum_ui). When that
+// library exists, the plug-in module links it and VSTPluginMain registers this
+// factory before it creates the plug-in, so the host sees an editor. The
+// plug-in passed in is always a LoudnessMeterPlugin.
+std::unique_ptr<IEditor> CreateMeterEditor(IPlugBase& plugin);
 
 }  // namespace velorum

@@ -18,7 +18,13 @@ IPlugBase::IPlugBase(vst::HostCallback host, int numParams, int numPresets)
     : mHost(host), mParams(size_t(std::max(0, numParams))), mCountA(std::max(0, numParams)),
       mPresets(size_t(std::max(1, numPresets))) {}
 
-IPlugBase::~IPlugBase() = default;
+IPlugBase::~IPlugBase() { DestroyEditor(); }
+
+void IPlugBase::DestroyEditor() {
+  std::lock_guard<std::mutex> guard(mEditorMutex);
+  mEditorPtr.store(nullptr, std::memory_order_release);
+  mEditor.reset();
+}
 
 IParam* IPlugBase::GetParam(int index) {
   return index >= 0 && index < NParams() ? &mParams[size_t(index)] : nullptr;
@@ -200,25 +206,27 @@ const vst::VstTimeInfo* IPlugBase::HostTimeInfo() {
 }
 
 IEditor* IPlugBase::Editor() {
+  std::lock_guard<std::mutex> guard(mEditorMutex);
   if (!mEditor && !mEditorTried) {
     mEditorTried = true;
     if (EditorFactory factory = RegisteredEditorFactory()) {
       try {
         mEditor = factory(*this);
-      } catch (const std::exception&) {
+      } catch (...) {
         mEditor.reset();
       }
+      mEditorPtr.store(mEditor.get(), std::memory_order_release);
     }
   }
   return mEditor.get();
 }
 
 void IPlugBase::InformEditorOfParamChange(int index) {
-  if (mEditor) mEditor->OnParamChanged(index);
+  if (IEditor* editor = ExistingEditor()) editor->OnParamChanged(index);
 }
 
 void IPlugBase::SetAllEditorControlsDirty() {
-  if (mEditor) mEditor->SetAllDirty();
+  if (IEditor* editor = ExistingEditor()) editor->SetAllDirty();
 }
 
 }  // namespace velorum

@@ -4,7 +4,9 @@
 // boundary needs from the meter is reached through the virtual operations here.
 #pragma once
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -102,16 +104,18 @@ class IPlugBase {
 
   // Editor seam.
   IEditor* Editor();  // creates it on first demand through the registered factory
-  IEditor* ExistingEditor() const { return mEditor.get(); }
+  IEditor* ExistingEditor() const { return mEditorPtr.load(std::memory_order_acquire); }
   void InformEditorOfParamChange(int index);
   void SetAllEditorControlsDirty();
-  void DestroyEditor() { mEditor.reset(); }
 
   // The AEffect record the host talks to (set by the boundary).
   vst::AEffect* Effect() { return mEffect; }
 
  protected:
   void SetParamCountA(int count) { mCountA = count; }
+  // Closes and destroys the editor; the most derived plug-in calls this
+  // first in its destructor, while everything the editor reads still exists.
+  void DestroyEditor();
   void SetEffect(vst::AEffect* effect) { mEffect = effect; }
   bool mPresetChunks = false;
 
@@ -130,7 +134,11 @@ class IPlugBase {
   HostCode mHostCode = kHostUninitialized;
   int mHostVersion = 0;
   std::string mHostVersionText;
+  // Created on the user-interface thread, read from the audio thread through
+  // the atomic pointer; destroyed with the plug-in.
+  std::mutex mEditorMutex;
   std::unique_ptr<IEditor> mEditor;
+  std::atomic<IEditor*> mEditorPtr{nullptr};
   bool mEditorTried = false;
 };
 

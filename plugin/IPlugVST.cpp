@@ -1,6 +1,7 @@
 #include "plugin/IPlugVST.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -23,6 +24,10 @@ void CopyText(void* ptr, const char* text, size_t capacity) {
   std::strncpy(out, text ? text : "", capacity - 1);
   out[capacity - 1] = '\0';
 }
+
+// The editor's rectangle is handed to the host as an ERect.
+static_assert(sizeof(EditorRect) == sizeof(vst::ERect));
+static_assert(offsetof(EditorRect, bottom) == offsetof(vst::ERect, bottom));
 
 // The key-name record of effGetMidiKeyName.
 struct MidiKeyName {

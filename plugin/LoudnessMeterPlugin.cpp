@@ -39,7 +39,7 @@ LoudnessMeterPlugin::LoudnessMeterPlugin(vst::HostCallback host)
   ApplyConfiguration();
 }
 
-LoudnessMeterPlugin::~LoudnessMeterPlugin() = default;
+LoudnessMeterPlugin::~LoudnessMeterPlugin() { DestroyEditor(); }
 
 // ------------------------------------------------------------- configuration
 

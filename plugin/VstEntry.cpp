@@ -26,6 +26,9 @@ std::mutex& CreationSection() {
 VELORUM_EXPORT velorum::vst::AEffect* VSTPluginMain(velorum::vst::HostCallback host) {
   try {
     std::lock_guard<std::mutex> guard(CreationSection());
+#if defined(VELORUM_WITH_EDITOR)
+    if (!velorum::RegisteredEditorFactory()) velorum::RegisterEditorFactory(&velorum::CreateMeterEditor);
+#endif
     auto* plug = new velorum::LoudnessMeterPlugin(host);
     plug->MakeDefaultPresets("Empty");
     velorum::vst::AEffect& effect = plug->AEffectRecord();

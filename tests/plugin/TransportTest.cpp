@@ -119,6 +119,17 @@ TEST(Transport, WithoutResetOnJumpElapsedModeKeepsCounting) {
   EXPECT_EQ(meter.Reading(kReadingPosition), 3.0 * kRate);
 }
 
+TEST(Transport, SystemModePlacesTheTimelineAtTheWallClock) {
+  MeterHost meter(kRate, 2);
+  meter.SetParam(param::kHistogramMode, 2);
+  meter.Transport().playing = true;
+  meter.Play(Noise(1.0, kRate, 2, 5), {512});
+  // Playback started within a few seconds of the reset at creation.
+  EXPECT_GE(meter.Reading(kReadingPosition), 1.0 * kRate);
+  EXPECT_LE(meter.Reading(kReadingPosition), 5.0 * kRate);
+  EXPECT_EQ(meter.Reading(kReadingMeasuredSamples), kRate);
+}
+
 TEST(Transport, PauseHoldsMeasurementAndTimeline) {
   MeterHost meter(kRate, 2);
   meter.Transport().playing = true;
