@@ -82,6 +82,18 @@ public:
                                const std::string& font = "OpenSans-Regular", float size = 12.f);
   virtual bool IsTextEntryOpen() const { return mTextEntryOwner != nullptr; }
 
+  // Thin calls to the platform's dialogs and shell. Paths are UTF-8; an
+  // empty string means cancelled or unsupported.
+  virtual std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) {
+    (void)save; (void)extension; (void)directory;
+    return {};
+  }
+  virtual std::string PromptForFolder(const std::string& title) { (void)title; return {}; }
+  // Colours as 0xAARRGGBB; false when cancelled.
+  virtual bool PromptForColor(unsigned& argb) { (void)argb; return false; }
+  virtual bool OpenFolderWithItem(const std::string& path) { (void)path; return false; }
+  virtual bool OpenURL(const std::string& url) { (void)url; return false; }
+
   // Settings that the plug-in sets before the window opens.
   void EnableTooltips(bool on) { mTooltipsEnabled = on; }
   bool TooltipsEnabled() const { return mTooltipsEnabled; }

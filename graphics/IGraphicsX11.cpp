@@ -1,6 +1,8 @@
 #include "graphics/IGraphicsX11.h"
 
 #include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -719,3 +721,27 @@ void IGraphicsX11::ResizeWindow(int width, int height) {
   SetAllControlsDirty();
   XFlush(m.dpy);
 }
+
+bool IGraphicsX11::TooltipShown() const {
+  std::lock_guard<std::recursive_mutex> lock(const_cast<IGraphicsX11*>(this)->GetLock());
+  return mImpl->tipShown;
+}
+
+static bool SpawnXdgOpen(const std::string& arg) {
+  if (arg.empty()) return false;
+  pid_t pid = 0;
+  char prog[] = "xdg-open";
+  std::string a = arg;
+  char* argv[] = {prog, a.data(), nullptr};
+  if (posix_spawnp(&pid, prog, nullptr, nullptr, argv, environ) != 0) return false;
+  // xdg-open hands over to the desktop's opener and returns at once.
+  int status = 0;
+  return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool IGraphicsX11::OpenFolderWithItem(const std::string& path) {
+  const auto slash = path.find_last_of('/');
+  return SpawnXdgOpen(slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash));
+}
+
+bool IGraphicsX11::OpenURL(const std::string& url) { return SpawnXdgOpen(url); }

@@ -25,6 +25,11 @@ public:
   bool GetTextFromClipboard(std::string& text) override;
   bool SetTextInClipboard(const std::string& text) override;
   void ResizeWindow(int width, int height) override;
+  // Through xdg-open.
+  bool OpenFolderWithItem(const std::string& path) override;
+  bool OpenURL(const std::string& url) override;
+  // Whether a tooltip window is on screen now.
+  bool TooltipShown() const;
 
   // Timer ticks so far (the redraw loop runs at 1000 / 160 ms).
   long TimerTicks() const;

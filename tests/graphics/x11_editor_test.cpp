@@ -565,3 +565,55 @@ TEST_F(X11Editor, ADeadParentWindowGivesNoWindow) {
   EXPECT_FALSE(e.g->WindowIsOpen());
   EXPECT_NE(e.g->OpenWindow(host->handle()), nullptr);
 }
+
+TEST_F(X11Editor, TooltipShowsOnHoverAndHidesAtOnceOnTheNextControl) {
+  for (bool enabled : {true, false}) {
+    Editor e;
+    e.g->EnableTooltips(enabled);
+    ASSERT_NE(e.g->OpenWindow(host->handle()), nullptr);
+    host->Move(250, 150);
+    host->Move(60, 40);  // onto the button, which has a tooltip
+    const bool shown = WaitFor(*e.g, [&] { return e.x11().TooltipShown(); });
+    EXPECT_EQ(shown, enabled);
+    if (!enabled) continue;
+    host->Move(200, 150);  // onto the background
+    EXPECT_TRUE(WaitFor(*e.g, [&] { return !e.x11().TooltipShown(); }));
+    const auto t0 = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - t0 < 300ms) {
+      EXPECT_FALSE(e.x11().TooltipShown());  // the background has no tooltip of its own
+      std::this_thread::sleep_for(20ms);
+    }
+  }
+}
+
+namespace {
+struct ValueField : Recorder {
+  using Recorder::Recorder;
+  void OnMouseDblClick(float, float, const IMouseMod&) override { GetGUI()->CreateTextEntry(this, mRECT, "-23"); }
+  void OnTextEntryCompletion(const std::string& text) override { typed = text; }
+  std::string typed = "<none>";
+};
+}  // namespace
+
+TEST_F(X11Editor, TextEntryTakesTypedTextUntilEnter) {
+  Editor e;
+  auto* field = e.g->Attach<ValueField>(IRECT(150.f, 20.f, 280.f, 50.f), tg_color{0.1, 0.1, 0.5, 1});
+  ASSERT_NE(e.g->OpenWindow(host->handle()), nullptr);
+  host->Move(200, 35);
+  host->Click(1);
+  host->Click(1);
+  ASSERT_TRUE(WaitFor(*e.g, [&] { return e.g->IsTextEntryOpen(); }));
+  for (int i = 0; i < 3; ++i) host->Key(XK_BackSpace);
+  for (KeySym k : {XK_1, XK_2, XK_period, XK_5}) host->Key(k);
+  host->Click(4);  // the wheel does nothing while typing
+  std::this_thread::sleep_for(50ms);
+  cairo_surface_t* shot = host->Screenshot(400, 300);
+  cairo_surface_write_to_png(shot, OutputPath("x11_editor_text_entry.png").c_str());
+  EXPECT_EQ(PixelAt(shot, 152, 22) & 0xffffff, 0xffffffu);  // the entry box is drawn over the field
+  cairo_surface_destroy(shot);
+  host->Key(XK_Return);
+  ASSERT_TRUE(WaitFor(*e.g, [&] { return !e.g->IsTextEntryOpen(); }));
+  std::lock_guard<std::recursive_mutex> lock(e.g->GetLock());
+  EXPECT_EQ(field->typed, "12.5");
+  EXPECT_FLOAT_EQ(field->wheel, 0.f);
+}
