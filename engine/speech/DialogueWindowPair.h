@@ -1,0 +1,44 @@
+#pragma once
+// The 400 ms and 3 s mean-square windows of one dialogue channel (or of the
+// summed dialogue channels), over one shared ring of power values.
+//
+// Unlike the engine's per-sample running sums, the sums are brought up to
+// date only when they are read (every 100 ms): the values that entered since
+// the last read are added (one sum, shared by both windows) and the ones that
+// left each window are taken away, each as one contiguous, vectorisable sum.
+// The ring keeps the short-term length plus `maxPending` values so that the
+// values leaving are still there. Between reads a sample costs one store.
+
+#include <vector>
+
+namespace velorum {
+
+class DialogueWindowPair {
+public:
+  // Window lengths in values (at least 1, short >= momentary); reads come at
+  // least every `maxPending` values (more are handled, by an early update).
+  void Resize(int momentaryLength, int shortTermLength, int maxPending);
+  void Clear();
+
+  void Push(const double* v, int n);
+  // Sum of the last L values / L (also while fewer have arrived), a denormal
+  // sum flushed to 0.0.
+  double MomentaryMeanSquare();
+  double ShortTermMeanSquare();
+
+private:
+  void Update();
+  double SumRange(int from, int count) const;  // ring positions, wrapping
+
+  std::vector<double> ring_;
+  int momentaryLength_ = 1;
+  int shortTermLength_ = 1;
+  int capacity_ = 2;
+  int maxPending_ = 1;
+  int pos_ = 0;      // next write position
+  int pending_ = 0;  // values written since the last update
+  double momentarySum_ = 0.0;
+  double shortTermSum_ = 0.0;
+};
+
+}  // namespace velorum

@@ -1,0 +1,75 @@
+#include "engine/speech/SpeechFft.h"
+
+#include <cmath>
+#include <utility>
+
+namespace velorum {
+
+SpeechFft::SpeechFft(int size) : n_(size), half_(size / 2), zr_(static_cast<std::size_t>(size / 2)), zi_(static_cast<std::size_t>(size / 2)) {
+  const double pi = 3.14159265358979323846;
+  bitrev_.resize(static_cast<std::size_t>(half_));
+  int bits = 0;
+  while ((1 << bits) < half_) ++bits;
+  for (int i = 0; i < half_; ++i) {
+    int r = 0;
+    for (int b = 0; b < bits; ++b)
+      if (i & (1 << b)) r |= 1 << (bits - 1 - b);
+    bitrev_[static_cast<std::size_t>(i)] = r;
+  }
+  for (int len = 2; len <= half_; len <<= 1)
+    for (int k = 0; k < len / 2; ++k) {
+      twRe_.push_back(static_cast<float>(std::cos(-2.0 * pi * k / len)));
+      twIm_.push_back(static_cast<float>(std::sin(-2.0 * pi * k / len)));
+    }
+  for (int k = 0; k <= half_; ++k) {
+    splitRe_.push_back(static_cast<float>(std::cos(-2.0 * pi * k / n_)));
+    splitIm_.push_back(static_cast<float>(std::sin(-2.0 * pi * k / n_)));
+  }
+}
+
+void SpeechFft::Forward(const float* in, float* re, float* im) {
+  float* zr = zr_.data();
+  float* zi = zi_.data();
+  // Even samples as real parts, odd samples as imaginary parts, in
+  // bit-reversed order.
+  for (int i = 0; i < half_; ++i) {
+    const int r = bitrev_[static_cast<std::size_t>(i)];
+    zr[r] = in[2 * i];
+    zi[r] = in[2 * i + 1];
+  }
+  const float* twr = twRe_.data();
+  const float* twi = twIm_.data();
+  for (int len = 2; len <= half_; len <<= 1) {
+    const int h = len / 2;
+    for (int start = 0; start < half_; start += len) {
+      float* ar = zr + start;
+      float* ai = zi + start;
+      float* br = zr + start + h;
+      float* bi = zi + start + h;
+      for (int k = 0; k < h; ++k) {
+        const float tr = twr[k] * br[k] - twi[k] * bi[k];
+        const float ti = twr[k] * bi[k] + twi[k] * br[k];
+        br[k] = ar[k] - tr;
+        bi[k] = ai[k] - ti;
+        ar[k] = ar[k] + tr;
+        ai[k] = ai[k] + ti;
+      }
+    }
+    twr += h;
+    twi += h;
+  }
+  // X[k] = (Z[k] + conj Z[h-k]) / 2 + e^(-2 pi i k / n) (Z[k] - conj Z[h-k]) / (2i)
+  for (int k = 0; k <= half_; ++k) {
+    const int a = k == half_ ? 0 : k;
+    const int b = k == 0 ? 0 : half_ - k;
+    const float ar = zr[a], ai = zi[a];
+    const float br = zr[b], bi = -zi[b];  // conj Z[h-k]
+    const float er = 0.5f * (ar + br), ei = 0.5f * (ai + bi);
+    const float dr = ar - br, di = ai - bi;
+    const float orr = 0.5f * di, oi = -0.5f * dr;  // (a - b) / (2i)
+    re[k] = er + splitRe_[static_cast<std::size_t>(k)] * orr - splitIm_[static_cast<std::size_t>(k)] * oi;
+    im[k] = ei + splitRe_[static_cast<std::size_t>(k)] * oi + splitIm_[static_cast<std::size_t>(k)] * orr;
+  }
+}
+
+}  // namespace velorum
