@@ -24,7 +24,6 @@
 #include <X11/Xutil.h>
 #include <X11/cursorfont.h>
 #include <X11/keysym.h>
-#include <cairo-xlib.h>
 
 std::unique_ptr<IGraphics> IGraphics::Create(void* instance, int width, int height, int fps) {
   (void)instance;
@@ -52,7 +51,8 @@ struct IGraphicsX11::Impl {
   Display* dpy = nullptr;
   Window root = 0, parent = 0, win = 0;
   Visual* visual = nullptr;
-  cairo_surface_t* xsurf = nullptr;
+  GC gc = nullptr;
+  int depth = 24;
   std::thread thread;
   std::atomic<bool> stop{false};
   int wake[2] = {-1, -1};
@@ -146,20 +146,61 @@ struct IGraphicsX11::Impl {
 
   // ------------------------------------------------------------ painting
 
+  // Copies a region of an ARGB image to a window. On the usual 24-bit
+  // true-colour visuals the image's memory is handed to the server as it is;
+  // other visuals get their pixels converted one by one.
+  void PutImage(Window target, cairo_surface_t* img, int x, int y, int w, int h) {
+    cairo_surface_flush(img);
+    const int iw = cairo_image_surface_get_width(img), ih = cairo_image_surface_get_height(img);
+    x = std::max(0, x);
+    y = std::max(0, y);
+    w = std::min(w, iw - x);
+    h = std::min(h, ih - y);
+    if (w <= 0 || h <= 0) return;
+    unsigned char* data = cairo_image_surface_get_data(img);
+    const int stride = cairo_image_surface_get_stride(img);
+    const bool direct = (depth == 24 || depth == 32) && visual->red_mask == 0xff0000 &&
+                        visual->green_mask == 0xff00 && visual->blue_mask == 0xff;
+    if (direct) {
+      XImage* xi = XCreateImage(dpy, visual, static_cast<unsigned>(depth), ZPixmap, 0, reinterpret_cast<char*>(data),
+                                static_cast<unsigned>(iw), static_cast<unsigned>(ih), 32, stride);
+      if (!xi) return;
+      xi->byte_order = LSBFirst;  // cairo's pixels are native 32-bit words
+      XPutImage(dpy, target, gc, xi, x, y, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
+      xi->data = nullptr;  // the image's memory stays cairo's
+      XDestroyImage(xi);
+    } else {
+      XImage* xi = XCreateImage(dpy, visual, static_cast<unsigned>(depth), ZPixmap, 0, nullptr,
+                                static_cast<unsigned>(w), static_cast<unsigned>(h), 32, 0);
+      if (!xi) return;
+      xi->data = static_cast<char*>(malloc(static_cast<size_t>(xi->bytes_per_line) * static_cast<size_t>(h)));
+      auto channel = [](unsigned long mask, unsigned v) {
+        if (!mask) return 0ul;
+        int shift = 0;
+        while (!(mask & 1ul)) { mask >>= 1; ++shift; }
+        int bits = 0;
+        while (mask & 1ul) { mask >>= 1; ++bits; }
+        return static_cast<unsigned long>(v >> (8 - std::min(bits, 8))) << shift;
+      };
+      for (int j = 0; j < h; ++j) {
+        const auto* row = reinterpret_cast<const uint32_t*>(data + (y + j) * stride);
+        for (int i = 0; i < w; ++i) {
+          const uint32_t p = row[x + i];
+          XPutPixel(xi, i, j, channel(visual->red_mask, (p >> 16) & 0xff) |
+                                  channel(visual->green_mask, (p >> 8) & 0xff) | channel(visual->blue_mask, p & 0xff));
+        }
+      }
+      XPutImage(dpy, target, gc, xi, 0, 0, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
+      XDestroyImage(xi);
+    }
+  }
+
   void Blit(const IRECT& units) {
     cairo_surface_t* back = g->BackBuffer();
-    if (!back || !xsurf) return;
-    const float s = Scale();
-    const IRECT px = units.Scaled(s).Outset();
-    cairo_surface_set_device_scale(back, 1.0, 1.0);
-    cairo_t* cr = cairo_create(xsurf);
-    cairo_rectangle(cr, px.L, px.T, px.W(), px.H());
-    cairo_clip(cr);
-    cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
-    cairo_set_source_surface(cr, back, 0, 0);
-    cairo_paint(cr);
-    cairo_destroy(cr);
-    cairo_surface_flush(xsurf);
+    if (!back) return;
+    const IRECT px = units.Scaled(Scale()).Outset();
+    PutImage(win, back, static_cast<int>(px.L), static_cast<int>(px.T), static_cast<int>(px.W()),
+             static_cast<int>(px.H()));
     XFlush(dpy);
   }
 
@@ -180,7 +221,7 @@ struct IGraphicsX11::Impl {
 
   void ShowTooltip() {
     const std::string text = g->GetTooltipAt(g->GetMouseOver());
-    if (text.empty() || !g->TooltipsEnabled()) return;
+    if (text.empty() || !g->TooltipsEnabled() || visual != DefaultVisual(dpy, DefaultScreen(dpy))) return;
     Window r, c;
     int rx = 0, ry = 0, wx = 0, wy = 0;
     unsigned mask = 0;
@@ -206,14 +247,14 @@ struct IGraphicsX11::Impl {
                            CWOverrideRedirect | CWBackPixel | CWBorderPixel | CWEventMask, &a);
     XMapRaised(dpy, tipWin);
     XSync(dpy, False);
-    cairo_surface_t* ts = cairo_xlib_surface_create(dpy, tipWin, visual, w, h);
+    cairo_surface_t* ts = cairo_image_surface_create(CAIRO_FORMAT_RGB24, w, h);
     {
       tgraphics t(ts, w / s, h / s, s);
       t.set_color(1.0, 1.0, 0.88);
       t.paint();
       t.draw_text(text, {6.0, 0.0, tw + 6.0, 22.0}, "OpenSans-Regular", size, {0, 0, 0, 1});
     }
-    cairo_surface_flush(ts);
+    PutImage(tipWin, ts, 0, 0, w, h);
     cairo_surface_destroy(ts);
     XFlush(dpy);
     tipShown = true;
@@ -445,7 +486,6 @@ struct IGraphicsX11::Impl {
         if (e.xconfigure.window == win && (e.xconfigure.width != winW || e.xconfigure.height != winH)) {
           winW = e.xconfigure.width;
           winH = e.xconfigure.height;
-          cairo_xlib_surface_set_size(xsurf, winW, winH);
           g->SetAllControlsDirty();
         }
         break;
@@ -529,7 +569,6 @@ void* IGraphicsX11::OpenWindow(void* parentHandle) {
   m.InternAtoms();
   m.root = DefaultRootWindow(m.dpy);
   m.parent = parentHandle ? static_cast<Window>(reinterpret_cast<uintptr_t>(parentHandle)) : m.root;
-  m.visual = DefaultVisual(m.dpy, DefaultScreen(m.dpy));
 
   const double dpi = iplatform::XftDpiFromResources(XResourceManagerString(m.dpy));
   mScreenScale = iplatform::ScreenScaleFromDpi(dpi > 0.0 ? dpi : 96.0, dpi > 0.0 ? dpi : 96.0);
@@ -544,7 +583,15 @@ void* IGraphicsX11::OpenWindow(void* parentHandle) {
   XSync(m.dpy, False);
   gXError = false;
   auto* oldHandler = XSetErrorHandler(CatchXError);
-  m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH), 0,
+  // The child shares the parent's visual and depth.
+  XWindowAttributes pa{};
+  if (XGetWindowAttributes(m.dpy, m.parent, &pa) && pa.visual) {
+    m.visual = pa.visual;
+    m.depth = pa.depth;
+  } else {
+    gXError = true;
+  }
+  if (!gXError) m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH), 0,
                         CopyFromParent, InputOutput, CopyFromParent, CWBackPixmap | CWBitGravity | CWEventMask,
                         &attrs);
   XSync(m.dpy, False);
@@ -568,7 +615,7 @@ void* IGraphicsX11::OpenWindow(void* parentHandle) {
   XFreePixmap(m.dpy, bm);
   m.ApplyCursor(ICursor::Arrow);
   XMapWindow(m.dpy, m.win);
-  m.xsurf = cairo_xlib_surface_create(m.dpy, m.win, m.visual, m.winW, m.winH);
+  m.gc = XCreateGC(m.dpy, m.win, 0, nullptr);
   XFlush(m.dpy);
 
   NotifyWindowOpened();
@@ -591,12 +638,8 @@ void IGraphicsX11::CloseWindow() {
   CloseTextEntry(false);
   m.HideTooltip();
   if (m.cursorHidden) ShowMouseCursor();
-  if (m.xsurf) {
-    cairo_device_t* dev = cairo_surface_get_device(m.xsurf);
-    cairo_surface_destroy(m.xsurf);
-    if (dev) cairo_device_finish(dev);
-    m.xsurf = nullptr;
-  }
+  if (m.gc) XFreeGC(m.dpy, m.gc);
+  m.gc = nullptr;
   XDestroyWindow(m.dpy, m.win);
   m.win = 0;
   for (auto& [shape, cur] : m.cursors) XFreeCursor(m.dpy, cur);
@@ -702,7 +745,6 @@ void IGraphicsX11::ResizeWindow(int width, int height) {
   XResizeWindow(m.dpy, m.win, static_cast<unsigned>(width), static_cast<unsigned>(height));
   m.winW = width;
   m.winH = height;
-  cairo_xlib_surface_set_size(m.xsurf, width, height);
   // The host's windows around the editor grow by the same amount: at most two
   // levels up, and never a top-level window (the window manager owns those).
   Window w = m.parent;

@@ -127,5 +127,10 @@ done
 
 rm -rf "$work"
 touch "$prefix/.complete"
+# Prefixes of older recipes or versions are of no further use.
+for old in "$cache_root"/*/; do
+  old=${old%/}
+  [ "$old" = "$prefix" ] || rm -rf "$old"
+done
 log "done in $(( $(date +%s) - started )) s"
 echo "$prefix"
