@@ -311,6 +311,7 @@ void LoudnessEngine::RebuildFromHistory() {
     c.publishedSteps100 = c.steps100;
     c.publishedMeasured = c.measured;
     c.haveResult = blocks > begin;
+    dialogue_->RebuildFromHistory(h);
 }
 
 RangeReading LoudnessEngine::MeasureRange(std::int32_t begin, std::int32_t end) const {
