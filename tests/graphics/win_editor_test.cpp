@@ -96,7 +96,7 @@ bool ClassRegistered() {
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 class FileDrop : public IDataObject {
 public:
-  explicit FileDrop(const std::vector<std::wstring>& names) {
+  explicit FileDrop(const std::vector<std::wstring>& names, bool offersFiles = true) : files_(offersFiles) {
     size_t chars = 1;
     for (const auto& n : names) chars += n.size() + 1;
     mem_ = GlobalAlloc(GHND, sizeof(DROPFILES) + chars * sizeof(wchar_t));
@@ -116,7 +116,7 @@ public:
   ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
   HRESULT STDMETHODCALLTYPE GetData(FORMATETC* f, STGMEDIUM* m) override {
-    if (f->cfFormat != CF_HDROP) return DV_E_FORMATETC;
+    if (f->cfFormat != CF_HDROP || !files_) return DV_E_FORMATETC;
     // Hand over a copy: the receiver releases the medium.
     const SIZE_T size = GlobalSize(mem_);
     HGLOBAL copy = GlobalAlloc(GHND, size);
@@ -129,7 +129,9 @@ public:
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetDataHere(FORMATETC*, STGMEDIUM*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE QueryGetData(FORMATETC* f) override { return f->cfFormat == CF_HDROP ? S_OK : S_FALSE; }
+  HRESULT STDMETHODCALLTYPE QueryGetData(FORMATETC* f) override {
+    return f->cfFormat == CF_HDROP && files_ ? S_OK : S_FALSE;
+  }
   HRESULT STDMETHODCALLTYPE GetCanonicalFormatEtc(FORMATETC*, FORMATETC*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE SetData(FORMATETC*, STGMEDIUM*, BOOL) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE EnumFormatEtc(DWORD, IEnumFORMATETC**) override { return E_NOTIMPL; }
@@ -139,6 +141,7 @@ public:
 
 private:
   HGLOBAL mem_;
+  bool files_;
 };
 #pragma GCC diagnostic pop
 
@@ -181,7 +184,8 @@ TEST(IGraphicsWin, TimerPaintsAndMessagesReachTheControls) {
   ASSERT_NE(g->BackBuffer(), nullptr);
   cairo_surface_t* img = cairo_win32_surface_get_image(g->BackBuffer());
   ASSERT_NE(img, nullptr);
-  EXPECT_EQ(PixelAt(img, 30, 30) & 0xffffff, 0xe61a1au);
+  const uint32_t px = PixelAt(img, 30, 30);
+  EXPECT_TRUE(Red(px) > 220 && Green(px) < 40 && Blue(px) < 40) << std::hex << px;
   IRECT dirty;
   EXPECT_FALSE(g->IsDirty(dirty));
 
@@ -234,10 +238,12 @@ TEST(IGraphicsWin, DroppedFilesAndAFolderArriveWithDirectoryFlags) {
   ASSERT_EQ(r->paths.size(), 4u);
   EXPECT_EQ(r->paths[1], IGraphicsWin::Utf8FromWide(names[1].c_str()));
   EXPECT_EQ(r->dirs, (std::vector<int>{0, 0, 0, 1}));
-  // No file names: nothing is delivered and the drop fails.
+  // Data without file names (text dragged from an editor): refused, nothing delivered.
   r->paths.clear();
-  FileDrop empty({});
-  EXPECT_EQ(target->Drop(&empty, 0, POINTL{10, 10}, &effect), E_FAIL);
+  FileDrop text({L"C:\\x.wav"}, /*offersFiles=*/false);
+  EXPECT_EQ(target->DragEnter(&text, 0, POINTL{10, 10}, &effect), S_OK);
+  EXPECT_EQ(effect, DWORD{DROPEFFECT_NONE});
+  EXPECT_EQ(target->Drop(&text, 0, POINTL{10, 10}, &effect), E_FAIL);
   EXPECT_TRUE(r->paths.empty());
   target->Release();
   g->CloseWindow();
