@@ -73,9 +73,12 @@ bool OfflineAnalysis::run(const Request& request)
         if (request.multiMono)
             layout = static_cast<int>(reader.layoutIndex());
         else if (request.layoutIndex != AudioFileReader::kLayoutFromFileCount &&
-                 static_cast<int>(request.layoutIndex) < LayoutCount())
+                 static_cast<int>(request.layoutIndex) < LayoutCount()) {
             layout = static_cast<int>(request.layoutIndex);
-        else
+            // A chosen layout must have as many channels as the file.
+            if (LayoutAt(layout).channelCount != channels)
+                return finish(Failed, AudioFileReader::ErrorChannels);
+        } else
             layout = LayoutForChannelCount(channels);
 
         info_.path = reader.path();

@@ -30,6 +30,8 @@ public:
         // Layout to measure with (index into the layout table); for multi-mono
         // sets the layout the files must match ("the current channel preset").
         // kLayoutFromFileCount: chosen from the file's channel count or the set.
+        // A single file whose channel count differs from a chosen layout's
+        // fails with AudioFileReader::ErrorChannels.
         uint32_t layoutIndex = AudioFileReader::kLayoutFromFileCount;
         bool strict = false;
         int32_t blockFrames = 4096;

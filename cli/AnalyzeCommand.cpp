@@ -396,6 +396,18 @@ int RunAnalyze(const AnalyzeOptions& o)
     for (std::thread& t : pool)
         t.join();
     bar.clear();
+    if (jobs.size() > 1) {
+        size_t failed = 0, checkFailed = 0;
+        for (const auto& job : jobs) {
+            failed += job->status == 2 ? 1 : 0;
+            checkFailed += job->status == 1 ? 1 : 0;
+        }
+        std::fprintf(stderr, "velorum: %zu files: %zu measured, %zu failed", jobs.size(), jobs.size() - failed, failed);
+        if (preset)
+            std::fprintf(stderr, "; %s: %zu pass, %zu fail", PresetDisplayName(preset).c_str(),
+                         jobs.size() - failed - checkFailed, checkFailed);
+        std::fprintf(stderr, "\n");
+    }
     return status;
 }
 

@@ -10,6 +10,16 @@ constexpr double kPi = 3.14159265358979323846;
 
 double db(double value) { return std::pow(10.0, value / 20.0); }
 
+// Levels of the parts, as linear gains.
+const double kNoiseVoice = db(-16.0) * 3.0;
+const double kBuzz = db(-26.0);
+const double kTones = db(-24.0);
+const double kBed = db(-22.0) * 2.0;
+const double kDrums = db(-14.0);
+const double kHit = db(-0.6);
+const double kAmbience = db(-30.0);
+const double kMaster = db(-3.3);
+
 // Raised-cosine ramp from 0 at a to 1 at b.
 double ramp(double t, double a, double b)
 {
@@ -78,7 +88,7 @@ double DemoProgramme::sample(int ch, double t)
         double buzz = 0.0;
         for (int h = 1; h <= 6; ++h)
             buzz += std::sin(2.0 * kPi * f0 * h * t) / h;
-        out += voice * speechEnvelope(t) * (db(-16.0) * band * 3.0 + db(-26.0) * buzz);
+        out += voice * speechEnvelope(t) * (kNoiseVoice * band + kBuzz * buzz);
     }
 
     // Music: a chord with slow tremolo over a noise bed, drums every 0.5 s.
@@ -94,19 +104,19 @@ double DemoProgramme::sample(int ch, double t)
         drum_ *= 0.9996;
         drumNoise_[ch] += 0.3 * (noise() - drumNoise_[ch]);
         const double kick = std::sin(2.0 * kPi * (55.0 + 90.0 * drum_) * beat) * drum_;
-        out += music * (db(-24.0) * tones + db(-22.0) * p * 2.0 + db(-14.0) * (kick + 0.5 * drumNoise_[ch] * drum_));
+        out += music * (kTones * tones + kBed * p + kDrums * (kick + 0.5 * drumNoise_[ch] * drum_));
     }
 
     // A few loud transients inside the music.
     for (double hit : {33.25, 41.75, 48.5}) {
         const double d = t - hit;
         if (d >= 0.0 && d < 0.08)
-            out += db(-0.6) * std::exp(-d * 60.0) * std::sin(2.0 * kPi * 180.0 * d + ch);
+            out += kHit * std::exp(-d * 60.0) * std::sin(2.0 * kPi * 180.0 * d + ch);
     }
 
     // Quiet ambience, then a fade-out of the last passage.
-    out += window(t, 55.0, 70.0) * db(-30.0) * p;
-    out *= db(-3.3) * (1.0 - ramp(t, 95.0, 100.0));
+    out += window(t, 55.0, 70.0) * kAmbience * p;
+    out *= kMaster * (1.0 - ramp(t, 95.0, 100.0));
     return std::clamp(out, -1.0, 1.0);
 }
 

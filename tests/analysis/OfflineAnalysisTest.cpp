@@ -73,6 +73,16 @@ TEST(OfflineAnalysis, ChannelCountMessage)
     request.paths = {path};
     EXPECT_FALSE(analysis.run(request));
     EXPECT_EQ(analysis.message(), "The channel number is incorrect.");
+
+    // A stereo file measured with a chosen 5.1 layout.
+    const std::string stereo = dir.file("stereo.wav");
+    ASSERT_TRUE(test::writeWav(stereo, 2, 48000, std::vector<float>(2 * 4800, 0.1f)));
+    request.paths = {stereo};
+    request.layoutIndex = static_cast<uint32_t>(LayoutByName("5.1 (L R C LFE Ls Rs)"));
+    EXPECT_FALSE(analysis.run(request));
+    EXPECT_EQ(analysis.message(), "The channel number is incorrect.");
+    request.layoutIndex = static_cast<uint32_t>(LayoutByName("2.0 (L R)"));
+    EXPECT_TRUE(analysis.run(request));
 }
 
 } // namespace
