@@ -26,11 +26,12 @@ struct KWeightingBank {
 };
 
 // One channel's true-peak input history: a ring of 64 samples kept twice
-// (slots i and i + 64) so that the newest N samples are always contiguous,
-// with room for several samples in flight.
+// (slots i and i + 64, and slot 0 once more at 128) so that the newest N
+// samples, and the one after them, are always contiguous, with room for
+// several samples in flight.
 struct TruePeakRing {
     static constexpr int kSlots = 64;
-    alignas(32) double samples[2 * kSlots];
+    alignas(64) double samples[2 * kSlots + 8];
     int write = -1;  // slot of the newest sample, -1 before the first one
     void Clear();
 };
@@ -56,6 +57,7 @@ void KWeightChannels(KWeightingBank& bank, const double* const* x, int first, in
 extern const KernelSet kSse2;
 #if defined(__x86_64__) || defined(_M_X64)
 extern const KernelSet kAvx2;
+extern double (*const kTruePeakAvx512)(const double*, int, TruePeakRing&, const double*, int, double);
 #endif
 }  // namespace kernels
 

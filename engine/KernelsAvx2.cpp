@@ -148,48 +148,80 @@ inline void Push(TruePeakRing& r, int& w, double v) {
     w = (w + 1) & (TruePeakRing::kSlots - 1);
     r.samples[w] = v;
     r.samples[w + TruePeakRing::kSlots] = v;
+    if (w == 0) r.samples[2 * TruePeakRing::kSlots] = v;
+}
+
+// All four phases of a sample in one register, summed like the scalar
+// variant: four partial sums over taps k = q (mod 4), (s0 + s1) + (s2 + s3).
+#define VELORUM_TAP(acc, k, win) acc = _mm256_add_pd(acc, _mm256_mul_pd(_mm256_load_pd(t + 4 * (k)), _mm256_broadcast_sd(win + (k))))
+
+inline __m256d Phases(const double* t, const double* u, int taps) {
+    __m256d s0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(u));
+    __m256d s1 = _mm256_mul_pd(_mm256_load_pd(t + 4), _mm256_broadcast_sd(u + 1));
+    __m256d s2 = _mm256_mul_pd(_mm256_load_pd(t + 8), _mm256_broadcast_sd(u + 2));
+    __m256d s3 = _mm256_mul_pd(_mm256_load_pd(t + 12), _mm256_broadcast_sd(u + 3));
+    int k = 4;
+    for (; k + 4 <= taps; k += 4) {
+        VELORUM_TAP(s0, k, u);
+        VELORUM_TAP(s1, k + 1, u);
+        VELORUM_TAP(s2, k + 2, u);
+        VELORUM_TAP(s3, k + 3, u);
+    }
+    if (k < taps) VELORUM_TAP(s0, k, u);
+    if (k + 1 < taps) VELORUM_TAP(s1, k + 1, u);
+    if (k + 2 < taps) VELORUM_TAP(s2, k + 2, u);
+    return _mm256_add_pd(_mm256_add_pd(s0, s1), _mm256_add_pd(s2, s3));
 }
 
 double TruePeakAvx2(const double* t, int taps, TruePeakRing& r, const double* x, int n, double peak) {
     int w = r.write;
     __m256d best = _mm256_set1_pd(peak);
     int i = 0;
-    for (; i + 4 <= n; i += 4) {
-        // Four samples in flight: their windows overlap but never reach a
-        // slot that a later one of the four overwrites.
+    for (; i + 2 <= n; i += 2) {
+        // Two samples in flight; the second one's write never reaches a slot
+        // inside the first one's window (the ring holds 64).
         Push(r, w, x[i]);
-        const double* u0 = r.samples + w + TruePeakRing::kSlots + 1 - taps;
+        const double* u = r.samples + w + TruePeakRing::kSlots + 1 - taps;
         Push(r, w, x[i + 1]);
-        const double* u1 = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        Push(r, w, x[i + 2]);
-        const double* u2 = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        Push(r, w, x[i + 3]);
-        const double* u3 = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        __m256d c = _mm256_load_pd(t);
-        __m256d a0 = _mm256_mul_pd(c, _mm256_broadcast_sd(u0));
-        __m256d a1 = _mm256_mul_pd(c, _mm256_broadcast_sd(u1));
-        __m256d a2 = _mm256_mul_pd(c, _mm256_broadcast_sd(u2));
-        __m256d a3 = _mm256_mul_pd(c, _mm256_broadcast_sd(u3));
-        for (int k = 1; k < taps; ++k) {
-            c = _mm256_load_pd(t + 4 * k);
-            a0 = _mm256_add_pd(a0, _mm256_mul_pd(c, _mm256_broadcast_sd(u0 + k)));
-            a1 = _mm256_add_pd(a1, _mm256_mul_pd(c, _mm256_broadcast_sd(u1 + k)));
-            a2 = _mm256_add_pd(a2, _mm256_mul_pd(c, _mm256_broadcast_sd(u2 + k)));
-            a3 = _mm256_add_pd(a3, _mm256_mul_pd(c, _mm256_broadcast_sd(u3 + k)));
+        const double* v = r.samples + w + TruePeakRing::kSlots + 1 - taps;
+        __m256d a0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(u));
+        __m256d a1 = _mm256_mul_pd(_mm256_load_pd(t + 4), _mm256_broadcast_sd(u + 1));
+        __m256d a2 = _mm256_mul_pd(_mm256_load_pd(t + 8), _mm256_broadcast_sd(u + 2));
+        __m256d a3 = _mm256_mul_pd(_mm256_load_pd(t + 12), _mm256_broadcast_sd(u + 3));
+        __m256d b0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(v));
+        __m256d b1 = _mm256_mul_pd(_mm256_load_pd(t + 4), _mm256_broadcast_sd(v + 1));
+        __m256d b2 = _mm256_mul_pd(_mm256_load_pd(t + 8), _mm256_broadcast_sd(v + 2));
+        __m256d b3 = _mm256_mul_pd(_mm256_load_pd(t + 12), _mm256_broadcast_sd(v + 3));
+        int k = 4;
+        for (; k + 4 <= taps; k += 4) {
+            VELORUM_TAP(a0, k, u);
+            VELORUM_TAP(b0, k, v);
+            VELORUM_TAP(a1, k + 1, u);
+            VELORUM_TAP(b1, k + 1, v);
+            VELORUM_TAP(a2, k + 2, u);
+            VELORUM_TAP(b2, k + 2, v);
+            VELORUM_TAP(a3, k + 3, u);
+            VELORUM_TAP(b3, k + 3, v);
         }
-        best = Larger(Abs4(a0), best);
-        best = Larger(Abs4(a1), best);
-        best = Larger(Abs4(a2), best);
-        best = Larger(Abs4(a3), best);
-        best = Larger(Abs4(_mm256_loadu_pd(x + i)), best);
+        if (k < taps) {
+            VELORUM_TAP(a0, k, u);
+            VELORUM_TAP(b0, k, v);
+        }
+        if (k + 1 < taps) {
+            VELORUM_TAP(a1, k + 1, u);
+            VELORUM_TAP(b1, k + 1, v);
+        }
+        if (k + 2 < taps) {
+            VELORUM_TAP(a2, k + 2, u);
+            VELORUM_TAP(b2, k + 2, v);
+        }
+        best = Larger(Abs4(_mm256_add_pd(_mm256_add_pd(a0, a1), _mm256_add_pd(a2, a3))), best);
+        best = Larger(Abs4(_mm256_add_pd(_mm256_add_pd(b0, b1), _mm256_add_pd(b2, b3))), best);
+        best = Larger(Abs4(_mm256_set_pd(x[i + 1], x[i], x[i + 1], x[i])), best);
     }
     for (; i < n; ++i) {
         Push(r, w, x[i]);
-        const double* u0 = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        __m256d a0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(u0));
-        for (int k = 1; k < taps; ++k)
-            a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_load_pd(t + 4 * k), _mm256_broadcast_sd(u0 + k)));
-        best = Larger(Abs4(a0), best);
+        best = Larger(Abs4(Phases(t, r.samples + w + TruePeakRing::kSlots + 1 - taps, taps)), best);
         best = Larger(Abs4(_mm256_set1_pd(x[i])), best);
     }
     r.write = w;
@@ -199,6 +231,8 @@ double TruePeakAvx2(const double* t, int taps, TruePeakRing& r, const double* x,
     for (int l = 1; l < 4; ++l) m = lanes[l] > m ? lanes[l] : m;
     return m;
 }
+
+#undef VELORUM_TAP
 
 }  // namespace
 

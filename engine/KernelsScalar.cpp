@@ -75,6 +75,24 @@ void SumScalar(const double* const* power, int channels, int n, double* total) {
 
 inline double Larger(double v, double peak) { return v > peak ? v : peak; }
 
+// One phase: four partial sums over the taps k = q (mod 4), each in
+// ascending k from its first product, combined as (s0 + s1) + (s2 + s3).
+// Every variant sums in exactly this order.
+inline double Phase(const double* t, int p, const double* win, int taps) {
+    double s0 = t[0 + p] * win[0], s1 = t[4 + p] * win[1], s2 = t[8 + p] * win[2], s3 = t[12 + p] * win[3];
+    int k = 4;
+    for (; k + 4 <= taps; k += 4) {
+        s0 = s0 + t[4 * k + p] * win[k];
+        s1 = s1 + t[4 * (k + 1) + p] * win[k + 1];
+        s2 = s2 + t[4 * (k + 2) + p] * win[k + 2];
+        s3 = s3 + t[4 * (k + 3) + p] * win[k + 3];
+    }
+    if (k < taps) s0 = s0 + t[4 * k + p] * win[k];
+    if (k + 1 < taps) s1 = s1 + t[4 * (k + 1) + p] * win[k + 1];
+    if (k + 2 < taps) s2 = s2 + t[4 * (k + 2) + p] * win[k + 2];
+    return (s0 + s1) + (s2 + s3);
+}
+
 double TruePeakScalar(const double* t, int taps, TruePeakRing& r, const double* x, int n, double peak) {
     int w = r.write;
     for (int i = 0; i < n; ++i) {
@@ -82,20 +100,9 @@ double TruePeakScalar(const double* t, int taps, TruePeakRing& r, const double* 
         w = (w + 1) & (TruePeakRing::kSlots - 1);
         r.samples[w] = xi;
         r.samples[w + TruePeakRing::kSlots] = xi;
+        if (w == 0) r.samples[2 * TruePeakRing::kSlots] = xi;
         const double* win = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        double o0 = t[0] * win[0], o1 = t[1] * win[0], o2 = t[2] * win[0], o3 = t[3] * win[0];
-        for (int k = 1; k < taps; ++k) {
-            const double s = win[k];
-            const double* c = t + 4 * k;
-            o0 = o0 + c[0] * s;
-            o1 = o1 + c[1] * s;
-            o2 = o2 + c[2] * s;
-            o3 = o3 + c[3] * s;
-        }
-        peak = Larger(std::fabs(o0), peak);
-        peak = Larger(std::fabs(o1), peak);
-        peak = Larger(std::fabs(o2), peak);
-        peak = Larger(std::fabs(o3), peak);
+        for (int p = 0; p < 4; ++p) peak = Larger(std::fabs(Phase(t, p, win, taps)), peak);
         peak = Larger(std::fabs(xi), peak);
     }
     r.write = w;

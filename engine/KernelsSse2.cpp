@@ -83,57 +83,39 @@ void SumSse2(const double* const* power, int channels, int n, double* total) {
 // v > peak ? v : peak, lane by lane (a NaN v never wins).
 inline __m128d Larger(__m128d v, __m128d peak) { return _mm_max_pd(v, peak); }
 
+// Phases (0,1) or (2,3) of one sample, with the four partial sums of the
+// scalar variant: taps k = q (mod 4), combined as (s0 + s1) + (s2 + s3).
+inline __m128d Phases(const double* t, const double* win, int taps) {
+    __m128d s0 = _mm_mul_pd(_mm_load_pd(t), _mm_set1_pd(win[0]));
+    __m128d s1 = _mm_mul_pd(_mm_load_pd(t + 4), _mm_set1_pd(win[1]));
+    __m128d s2 = _mm_mul_pd(_mm_load_pd(t + 8), _mm_set1_pd(win[2]));
+    __m128d s3 = _mm_mul_pd(_mm_load_pd(t + 12), _mm_set1_pd(win[3]));
+    int k = 4;
+    for (; k + 4 <= taps; k += 4) {
+        s0 = _mm_add_pd(s0, _mm_mul_pd(_mm_load_pd(t + 4 * k), _mm_set1_pd(win[k])));
+        s1 = _mm_add_pd(s1, _mm_mul_pd(_mm_load_pd(t + 4 * k + 4), _mm_set1_pd(win[k + 1])));
+        s2 = _mm_add_pd(s2, _mm_mul_pd(_mm_load_pd(t + 4 * k + 8), _mm_set1_pd(win[k + 2])));
+        s3 = _mm_add_pd(s3, _mm_mul_pd(_mm_load_pd(t + 4 * k + 12), _mm_set1_pd(win[k + 3])));
+    }
+    if (k < taps) s0 = _mm_add_pd(s0, _mm_mul_pd(_mm_load_pd(t + 4 * k), _mm_set1_pd(win[k])));
+    if (k + 1 < taps) s1 = _mm_add_pd(s1, _mm_mul_pd(_mm_load_pd(t + 4 * k + 4), _mm_set1_pd(win[k + 1])));
+    if (k + 2 < taps) s2 = _mm_add_pd(s2, _mm_mul_pd(_mm_load_pd(t + 4 * k + 8), _mm_set1_pd(win[k + 2])));
+    return _mm_add_pd(_mm_add_pd(s0, s1), _mm_add_pd(s2, s3));
+}
+
 double TruePeakSse2(const double* t, int taps, TruePeakRing& r, const double* x, int n, double peak) {
     int w = r.write;
     __m128d best = _mm_set1_pd(peak);
-    int i = 0;
-    for (; i + 2 <= n; i += 2) {
-        const double xa = x[i], xb = x[i + 1];
-        const int wa = (w + 1) & (TruePeakRing::kSlots - 1);
-        const int wb = (w + 2) & (TruePeakRing::kSlots - 1);
-        r.samples[wa] = xa;
-        r.samples[wa + TruePeakRing::kSlots] = xa;
-        r.samples[wb] = xb;
-        r.samples[wb + TruePeakRing::kSlots] = xb;
-        w = wb;
-        const double* ua = r.samples + wa + TruePeakRing::kSlots + 1 - taps;
-        const double* ub = r.samples + wb + TruePeakRing::kSlots + 1 - taps;
-        __m128d sa = _mm_set1_pd(ua[0]), sb = _mm_set1_pd(ub[0]);
-        __m128d c01 = _mm_load_pd(t), c23 = _mm_load_pd(t + 2);
-        __m128d a01 = _mm_mul_pd(c01, sa), a23 = _mm_mul_pd(c23, sa);
-        __m128d b01 = _mm_mul_pd(c01, sb), b23 = _mm_mul_pd(c23, sb);
-        for (int k = 1; k < taps; ++k) {
-            c01 = _mm_load_pd(t + 4 * k);
-            c23 = _mm_load_pd(t + 4 * k + 2);
-            sa = _mm_set1_pd(ua[k]);
-            sb = _mm_set1_pd(ub[k]);
-            a01 = _mm_add_pd(a01, _mm_mul_pd(c01, sa));
-            a23 = _mm_add_pd(a23, _mm_mul_pd(c23, sa));
-            b01 = _mm_add_pd(b01, _mm_mul_pd(c01, sb));
-            b23 = _mm_add_pd(b23, _mm_mul_pd(c23, sb));
-        }
-        best = Larger(Abs(a01), best);
-        best = Larger(Abs(a23), best);
-        best = Larger(Abs(b01), best);
-        best = Larger(Abs(b23), best);
-        best = Larger(Abs(_mm_set_pd(xb, xa)), best);
-    }
-    for (; i < n; ++i) {
-        const double xa = x[i];
+    for (int i = 0; i < n; ++i) {
+        const double xi = x[i];
         w = (w + 1) & (TruePeakRing::kSlots - 1);
-        r.samples[w] = xa;
-        r.samples[w + TruePeakRing::kSlots] = xa;
-        const double* ua = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        __m128d sa = _mm_set1_pd(ua[0]);
-        __m128d a01 = _mm_mul_pd(_mm_load_pd(t), sa), a23 = _mm_mul_pd(_mm_load_pd(t + 2), sa);
-        for (int k = 1; k < taps; ++k) {
-            sa = _mm_set1_pd(ua[k]);
-            a01 = _mm_add_pd(a01, _mm_mul_pd(_mm_load_pd(t + 4 * k), sa));
-            a23 = _mm_add_pd(a23, _mm_mul_pd(_mm_load_pd(t + 4 * k + 2), sa));
-        }
-        best = Larger(Abs(a01), best);
-        best = Larger(Abs(a23), best);
-        best = Larger(Abs(_mm_set1_pd(xa)), best);
+        r.samples[w] = xi;
+        r.samples[w + TruePeakRing::kSlots] = xi;
+        if (w == 0) r.samples[2 * TruePeakRing::kSlots] = xi;
+        const double* win = r.samples + w + TruePeakRing::kSlots + 1 - taps;
+        best = Larger(Abs(Phases(t, win, taps)), best);
+        best = Larger(Abs(Phases(t + 2, win, taps)), best);
+        best = Larger(Abs(_mm_set1_pd(xi)), best);
     }
     r.write = w;
     const double lo = _mm_cvtsd_f64(best);

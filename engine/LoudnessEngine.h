@@ -26,7 +26,7 @@ struct EngineCore;
 
 // Instruction-set paths of the hot loops. Every path gives bit-identical
 // readings; the fastest one the CPU supports is chosen at construction.
-enum class CodePath : int { Scalar = 0, Sse2 = 1, Avx2 = 2 };
+enum class CodePath : int { Scalar = 0, Sse2 = 1, Avx2 = 2, Avx512 = 3 };
 bool CodePathSupported(CodePath path);
 CodePath BestCodePath();
 const char* CodePathName(CodePath path);

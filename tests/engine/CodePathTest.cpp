@@ -71,7 +71,7 @@ TEST(CodePaths, EveryPathAndFeedGivesIdenticalResults) {
             const Snapshot want = Take(reference);
             EXPECT_GT(reference.Integrated(), -40.0);
 
-            for (CodePath path : {CodePath::Scalar, CodePath::Sse2, CodePath::Avx2}) {
+            for (CodePath path : {CodePath::Scalar, CodePath::Sse2, CodePath::Avx2, CodePath::Avx512}) {
                 LoudnessEngine e;
                 if (!e.SetCodePath(path)) {
                     std::printf("code path %s not supported here\n", CodePathName(path));
