@@ -43,6 +43,7 @@ public:
   void CreateTextEntry(IControl* control, const IRECT& r, const std::string& text, const std::string& font,
                        float size) override;
   bool IsTextEntryOpen() const override { return mTextEntryWnd != nullptr; }
+  bool TooltipShown() const { return mTooltipShown; }
 
   std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) override;
   std::string PromptForFolder(const std::string& title) override;

@@ -37,11 +37,53 @@ constexpr auto kTimerPeriod = std::chrono::milliseconds(1000 / 160);  // 6 ms
 constexpr auto kHoverTime = std::chrono::milliseconds(600);
 constexpr long kDoubleClickMs = 400;
 
-// X errors while the window is created (a dead parent) must not end the host.
-std::atomic<bool> gXError{false};
-int CatchXError(Display*, XErrorEvent*) {
-  gXError = true;
-  return 0;
+// X errors on the editor's own connections (a parent window the host has
+// already destroyed, a clipboard owner that went away) must never end the
+// host: they are recorded and ignored. Errors on other connections go to the
+// handler that was there before.
+std::mutex gDisplaysLock;
+std::map<Display*, bool> gDisplays;  // our connections -> an error was seen
+XErrorHandler gPreviousHandler = nullptr;
+bool gHandlerInstalled = false;
+
+int EditorXError(Display* d, XErrorEvent* e) {
+  XErrorHandler previous = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(gDisplaysLock);
+    auto it = gDisplays.find(d);
+    if (it != gDisplays.end()) {
+      it->second = true;
+      return 0;
+    }
+    previous = gPreviousHandler;
+  }
+  return previous ? previous(d, e) : 0;
+}
+
+void AdoptDisplay(Display* d) {
+  std::lock_guard<std::mutex> lock(gDisplaysLock);
+  gDisplays[d] = false;
+  if (!gHandlerInstalled) {
+    // Installed once and left in place: putting the old one back later could
+    // undo a handler the host set in the meantime.
+    gPreviousHandler = XSetErrorHandler(EditorXError);
+    gHandlerInstalled = true;
+  }
+}
+
+// Whether an error was seen on the connection since the last call.
+bool TakeXError(Display* d) {
+  std::lock_guard<std::mutex> lock(gDisplaysLock);
+  auto it = gDisplays.find(d);
+  if (it == gDisplays.end()) return false;
+  const bool seen = it->second;
+  it->second = false;
+  return seen;
+}
+
+void ForgetDisplay(Display* d) {
+  std::lock_guard<std::mutex> lock(gDisplaysLock);
+  gDisplays.erase(d);
 }
 
 }  // namespace
@@ -57,6 +99,7 @@ struct IGraphicsX11::Impl {
   std::atomic<bool> stop{false};
   int wake[2] = {-1, -1};
   std::atomic<long> ticks{0};
+  bool windowGone = false;  // destroyed with its parent before we closed it
   int winW = 0, winH = 0;
 
   Atom aClipboard = 0, aUtf8 = 0, aTargets = 0, aSelProp = 0;
@@ -197,7 +240,7 @@ struct IGraphicsX11::Impl {
 
   void Blit(const IRECT& units) {
     cairo_surface_t* back = g->BackBuffer();
-    if (!back) return;
+    if (!back || windowGone) return;
     const IRECT px = units.Scaled(Scale()).Outset();
     PutImage(win, back, static_cast<int>(px.L), static_cast<int>(px.T), static_cast<int>(px.W()),
              static_cast<int>(px.H()));
@@ -489,6 +532,9 @@ struct IGraphicsX11::Impl {
           g->SetAllControlsDirty();
         }
         break;
+      case DestroyNotify:
+        if (e.xdestroywindow.window == win) windowGone = true;
+        break;
       case ButtonPress: OnButtonPress(e.xbutton); break;
       case ButtonRelease: OnButtonRelease(e.xbutton); break;
       case MotionNotify: OnMotion(e.xmotion); break;
@@ -580,24 +626,22 @@ void* IGraphicsX11::OpenWindow(void* parentHandle) {
   attrs.bit_gravity = NorthWestGravity;
   attrs.event_mask = ExposureMask | StructureNotifyMask | ButtonPressMask | ButtonReleaseMask | PointerMotionMask |
                      LeaveWindowMask | EnterWindowMask | KeyPressMask | KeyReleaseMask | FocusChangeMask;
-  XSync(m.dpy, False);
-  gXError = false;
-  auto* oldHandler = XSetErrorHandler(CatchXError);
+  AdoptDisplay(m.dpy);
   // The child shares the parent's visual and depth.
   XWindowAttributes pa{};
-  if (XGetWindowAttributes(m.dpy, m.parent, &pa) && pa.visual) {
+  bool failed = true;
+  if (XGetWindowAttributes(m.dpy, m.parent, &pa) && pa.visual && !TakeXError(m.dpy)) {
     m.visual = pa.visual;
     m.depth = pa.depth;
-  } else {
-    gXError = true;
+    failed = false;
   }
-  if (!gXError) m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH), 0,
+  if (!failed) m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH), 0,
                         CopyFromParent, InputOutput, CopyFromParent, CWBackPixmap | CWBitGravity | CWEventMask,
                         &attrs);
   XSync(m.dpy, False);
-  const bool failed = gXError || !m.win;
-  XSetErrorHandler(oldHandler);
+  failed = failed || TakeXError(m.dpy) || !m.win;
   if (failed) {
+    ForgetDisplay(m.dpy);
     XCloseDisplay(m.dpy);
     m.dpy = nullptr;
     m.win = 0;
@@ -640,12 +684,16 @@ void IGraphicsX11::CloseWindow() {
   if (m.cursorHidden) ShowMouseCursor();
   if (m.gc) XFreeGC(m.dpy, m.gc);
   m.gc = nullptr;
-  XDestroyWindow(m.dpy, m.win);
+  if (!m.windowGone) XDestroyWindow(m.dpy, m.win);
+  XSync(m.dpy, False);
   m.win = 0;
+  m.windowGone = false;
   for (auto& [shape, cur] : m.cursors) XFreeCursor(m.dpy, cur);
   m.cursors.clear();
   if (m.blankCursor) XFreeCursor(m.dpy, m.blankCursor);
   m.blankCursor = 0;
+  XSync(m.dpy, False);
+  ForgetDisplay(m.dpy);
   XCloseDisplay(m.dpy);
   m.dpy = nullptr;
   for (int& fd : m.wake) {
@@ -704,6 +752,7 @@ bool IGraphicsX11::GetTextFromClipboard(std::string& text) {
   // not land in the window's event loop.
   Display* d = XOpenDisplay(DisplayString(m.dpy));
   if (!d) return false;
+  AdoptDisplay(d);
   const Atom clip = XInternAtom(d, "CLIPBOARD", False), utf8 = XInternAtom(d, "UTF8_STRING", False),
              prop = XInternAtom(d, "VELORUM_SELECTION", False);
   const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
@@ -732,6 +781,8 @@ bool IGraphicsX11::GetTextFromClipboard(std::string& text) {
     poll(&fd, 1, 10);
   }
   XDestroyWindow(d, w);
+  XSync(d, False);
+  ForgetDisplay(d);
   XCloseDisplay(d);
   return ok;
 }

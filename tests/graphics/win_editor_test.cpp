@@ -280,6 +280,19 @@ TEST(IGraphicsWin, ClipboardCursorFontsAndResizing) {
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(IGraphicsWin::GetCachedFont("Roboto-Regular", 1.0), f);
   EXPECT_DOUBLE_EQ(f->scale, 1.0);
+  // The platform font really is the embedded one, registered from memory.
+  for (const char* name : {"Roboto-Regular", "OpenSans-ExtraBold"}) {
+    IGraphicsWin::Font* font = IGraphicsWin::GetCachedFont(name, 2.0);
+    ASSERT_NE(font, nullptr);
+    HDC dc = CreateCompatibleDC(nullptr);
+    HGDIOBJ old = SelectObject(dc, font->hfont);
+    wchar_t face[LF_FACESIZE] = {};
+    GetTextFaceW(dc, LF_FACESIZE, face);
+    SelectObject(dc, old);
+    DeleteDC(dc);
+    const std::wstring family = std::string(name) == "Roboto-Regular" ? L"Roboto" : L"Open Sans";
+    EXPECT_EQ(std::wstring(face).substr(0, family.size()), family);
+  }
 
   // Resizing grows the child frame by the same amount but not the main window.
   RECT top0, frame0;
@@ -296,4 +309,24 @@ TEST(IGraphicsWin, ClipboardCursorFontsAndResizing) {
   EXPECT_EQ(frame1.bottom - frame1.top, frame0.bottom - frame0.top + 30);
   EXPECT_EQ(top1.right - top1.left, top0.right - top0.left);
   g->CloseWindow();
+}
+
+TEST(IGraphicsWin, TooltipsShowOnHoverAndHideOnTheNextControl) {
+  for (bool enabled : {true, false}) {
+    Host host;
+    auto g = IGraphics::Create(nullptr, 300, 200, 60);
+    g->EnableTooltips(enabled);
+    g->Attach<Recorder>(IRECT(0, 0, 300, 200));
+    g->Attach<Recorder>(IRECT(20, 20, 120, 80))->SetTooltip("Integrated loudness");
+    HWND wnd = static_cast<HWND>(g->OpenWindow(host.frame));
+    ASSERT_NE(wnd, nullptr);
+    auto& win = static_cast<IGraphicsWin&>(*g);
+    const float s = g->DrawScale();
+    SendMessageW(wnd, WM_MOUSEMOVE, 0, MAKELPARAM(int(60 * s), int(40 * s)));
+    SendMessageW(wnd, WM_MOUSEHOVER, 0, MAKELPARAM(int(60 * s), int(40 * s)));
+    EXPECT_EQ(win.TooltipShown(), enabled);
+    SendMessageW(wnd, WM_MOUSEMOVE, 0, MAKELPARAM(int(200 * s), int(150 * s)));
+    EXPECT_FALSE(win.TooltipShown());  // hidden at once on the next control
+    g->CloseWindow();
+  }
 }

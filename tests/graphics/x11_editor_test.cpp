@@ -556,6 +556,23 @@ TEST_F(X11Editor, GuiScaleResizesTheWindowAndIsKept) {
   EXPECT_EQ(again.g->WindowWidth(), 300);
 }
 
+TEST_F(X11Editor, HostDestroyingItsWindowFirstDoesNotEndTheProcess) {
+  Editor e;
+  auto frame = std::make_unique<Host>(320, 240);
+  ASSERT_NE(e.g->OpenWindow(frame->handle()), nullptr);
+  ASSERT_TRUE(WaitFor(*e.g, [&] { return e.x11().TimerTicks() > 2; }));
+  frame.reset();  // the host tears its window down, ours with it
+  {
+    std::lock_guard<std::recursive_mutex> lock(e.g->GetLock());
+    e.g->SetAllControlsDirty();  // the next ticks draw into a window that is gone
+  }
+  std::this_thread::sleep_for(100ms);
+  e.g->ResizeWindow(400, 300);
+  e.g->CloseWindow();
+  EXPECT_FALSE(e.g->WindowIsOpen());
+  EXPECT_NE(e.g->OpenWindow(host->handle()), nullptr);  // and a new one opens normally
+}
+
 TEST_F(X11Editor, ADeadParentWindowGivesNoWindow) {
   Editor e;
   const Window dead = XCreateSimpleWindow(host->dpy, host->win, 0, 0, 10, 10, 0, 0, 0);
