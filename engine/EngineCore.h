@@ -46,6 +46,7 @@ struct EngineCore {
     bool eco = false;
     int taps = 31;
     bool paused = false;
+    bool dialogue = true;
     bool timeline = false;
     double relativeGate = 0.1;
     CodePath path = CodePath::Scalar;

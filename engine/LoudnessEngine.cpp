@@ -182,6 +182,16 @@ void LoudnessEngine::SetRelativeGateFactor(double factor) {
 
 double LoudnessEngine::RelativeGateFactor() const { return core_->relativeGate; }
 
+void LoudnessEngine::SetDialogueEnabled(bool on) {
+    if (on && !core_->dialogue) {
+        dialogue_->Configure(core_->rate, core_->Processed(), core_->layout);
+        dialogue_->Reset();
+    }
+    core_->dialogue = on;
+}
+
+bool LoudnessEngine::DialogueEnabled() const { return core_->dialogue; }
+
 void LoudnessEngine::SetPaused(bool paused) { core_->paused = paused; }
 bool LoudnessEngine::Paused() const { return core_->paused; }
 
@@ -303,15 +313,14 @@ void LoudnessEngine::ProcessBlock(const double* const* channels, int offset, int
         // K-weighting, channel powers and their sum.
         k.kWeight(c.bank, src, nch, n, pw);
         k.sumPowers(pw, nch, n, c.total);
-        dialogue_->Process(src, 0, n, pw, nch);
+        if (c.dialogue) dialogue_->Process(src, 0, n, pw, nch);
         // True peak of every channel, including those the weights silence.
         for (int ch = 0; ch < nch; ++ch)
             c.stepPeak[static_cast<std::size_t>(ch)] =
                 k.truePeak(table, c.taps, c.rings[static_cast<std::size_t>(ch)], src[ch], n,
                            c.stepPeak[static_cast<std::size_t>(ch)]);
         // Sliding mean-square windows.
-        c.momentary.Push(c.total, n);
-        c.shortTerm.Push(c.total, n);
+        SlidingWindow::PushBoth(c.momentary, c.shortTerm, c.total, n);
 
         const std::int64_t last = c.position + n - 1;
         c.position += n;

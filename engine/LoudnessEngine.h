@@ -98,6 +98,12 @@ public:
     void SetRelativeGateFactor(double factor);  // 0.1 (-10 LU) by default
     double RelativeGateFactor() const;
 
+    // Dialogue-gated measurement on (default) or off. Off, the speech
+    // classifier gets no audio and the dialogue readings stay at their floors;
+    // turning it on again starts it afresh.
+    void SetDialogueEnabled(bool on);
+    bool DialogueEnabled() const;
+
     // Paused: samples still run through the chain, steps are written as fills
     // and gating is not updated.
     void SetPaused(bool paused);
