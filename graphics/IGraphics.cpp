@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "graphics/tgraphics.h"
+#include "graphics/tgraphics_surface.h"
 
 IGraphics::IGraphics(int width, int height, int fps)
     : mWidth(width > 0 ? width : 1), mHeight(height > 0 ? height : 1), mFPS(fps > 0 ? fps : 60) {}
@@ -13,12 +14,14 @@ int IGraphics::WindowWidth() const { return static_cast<int>(std::lround(mWidth 
 int IGraphics::WindowHeight() const { return static_cast<int>(std::lround(mHeight * double(DrawScale()))); }
 
 void IGraphics::SetScreenScale(float scale) {
+  std::lock_guard<std::recursive_mutex> lock(mLock);
   mScreenScale = scale > 0.f && std::isfinite(scale) ? scale : 1.f;
   SetAllControlsDirty();
 }
 
 void IGraphics::SetEditorScale(float scale) {
   if (!(scale > 0.f) || !std::isfinite(scale)) return;
+  std::lock_guard<std::recursive_mutex> lock(mLock);
   const int oldW = WindowWidth(), oldH = WindowHeight();
   mEditorScale = scale;
   if (WindowIsOpen() && (WindowWidth() != oldW || WindowHeight() != oldH)) ResizeWindow(WindowWidth(), WindowHeight());
@@ -27,6 +30,7 @@ void IGraphics::SetEditorScale(float scale) {
 
 void IGraphics::SetEditorSize(int width, int height) {
   if (width <= 0 || height <= 0) return;
+  std::lock_guard<std::recursive_mutex> lock(mLock);
   const int oldW = WindowWidth(), oldH = WindowHeight();
   mWidth = width;
   mHeight = height;
@@ -214,7 +218,7 @@ void IGraphics::ReleaseBackBuffer() {
   mBackWidth = mBackHeight = 0;
 }
 
-void IGraphics::DrawControls(tgraphics& g, const IRECT& r) {
+void IGraphics::DrawControls(tgraphics& g, const IRECT& r, bool markClean) {
   g.save();
   g.clip_rect(r.L, r.T, r.W(), r.H());
   for (auto& c : mControls) {
@@ -223,8 +227,8 @@ void IGraphics::DrawControls(tgraphics& g, const IRECT& r) {
       g.new_path();
       c->Draw(g);
       g.restore();
-      c->SetDirty(false);
-    } else if (c->IsHidden() && c->GetRECT().Intersects(r)) {
+      if (markClean) c->SetDirty(false);
+    } else if (markClean && c->IsHidden() && c->GetRECT().Intersects(r)) {
       c->SetDirty(false);
     }
   }
@@ -247,4 +251,41 @@ void IGraphics::Draw(const IRECT& r) {
   tgraphics g(mBackBuffer, mWidth, mHeight, DrawScale());
   DrawControls(g, r.Outset());
   cairo_surface_flush(mBackBuffer);
+}
+
+bool IGraphics::ExportPng(const std::string& path, double scale) {
+  std::lock_guard<std::recursive_mutex> lock(mLock);
+  cairo_surface_t* s = tg_create_image_surface(mWidth, mHeight, scale);
+  bool ok = cairo_surface_status(s) == CAIRO_STATUS_SUCCESS;
+  if (ok) {
+    {
+      tgraphics g(s, mWidth, mHeight, scale);
+      DrawControls(g, IRECT(0.f, 0.f, float(mWidth), float(mHeight)), false);
+    }
+    ok = tg_write_png(s, path);
+  }
+  cairo_surface_destroy(s);
+  return ok;
+}
+
+static bool ExportVector(IGraphics& ui, cairo_surface_t* s) {
+  bool ok = cairo_surface_status(s) == CAIRO_STATUS_SUCCESS;
+  if (ok) {
+    tgraphics g(s, ui.Width(), ui.Height(), 1.0);
+    ui.DrawControls(g, IRECT(0.f, 0.f, float(ui.Width()), float(ui.Height())), false);
+  }
+  cairo_surface_finish(s);
+  ok = ok && cairo_surface_status(s) == CAIRO_STATUS_SUCCESS;
+  cairo_surface_destroy(s);
+  return ok;
+}
+
+bool IGraphics::ExportSvg(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(mLock);
+  return ExportVector(*this, tg_create_svg_surface(path, mWidth, mHeight));
+}
+
+bool IGraphics::ExportPdf(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(mLock);
+  return ExportVector(*this, tg_create_pdf_surface(path, mWidth, mHeight));
 }

@@ -127,9 +127,16 @@ public:
   bool IsDirty(IRECT& r) const;
   void Draw(const IRECT& r);
   cairo_surface_t* BackBuffer() const { return mBackBuffer; }
-  // Draws the region of every visible control into any context (offscreen
-  // images, vector exports, screenshots).
-  void DrawControls(tgraphics& g, const IRECT& r);
+  // Draws the region of every visible control into any context. The window
+  // marks what it drew clean; exports leave the dirty flags alone.
+  void DrawControls(tgraphics& g, const IRECT& r, bool markClean = true);
+
+  // The whole editor drawn offscreen by the same controls: a PNG at a device
+  // scale (pixels = units x scale), or an SVG or PDF page of Width() x
+  // Height() points. False when the file cannot be written.
+  bool ExportPng(const std::string& path, double scale);
+  bool ExportSvg(const std::string& path);
+  bool ExportPdf(const std::string& path);
 
 protected:
   // The back buffer of the window's pixel size; an image by default.

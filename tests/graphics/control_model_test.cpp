@@ -315,3 +315,51 @@ TEST(IGraphicsResize, HandlesFollowTheModeAndResizeTheEditor) {
   EXPECT_EQ(g.Height(), 350);  // same units, more pixels
   EXPECT_EQ(g.WindowHeight(), static_cast<int>(std::lround(350 * resize->GetGUIScale())));
 }
+
+namespace {
+struct Label : IControl {
+  Label(const IRECT& r, std::string t) : IControl(r), text(std::move(t)) {}
+  void Draw(tgraphics& g) override {
+    g.set_color(0.1, 0.1, 0.1);
+    g.rectangle(mRECT.L, mRECT.T, mRECT.W(), mRECT.H());
+    g.fill();
+    g.draw_text(text, {mRECT.L, mRECT.T, mRECT.W(), mRECT.H()}, "OpenSans-SemiBold", 16, {1, 1, 1, 1},
+                tg_align::center);
+  }
+  std::string text;
+};
+}  // namespace
+
+TEST(IGraphicsExport, TheSameControlsDrawPngSvgAndPdf) {
+  HeadlessGraphics g(240, 80, 60);
+  g.Attach<Label>(IRECT(0, 0, 240, 80), "Short-term -14.2 LUFS");
+  const std::string png = OutputPath("export_editor.png"), pdf = OutputPath("export_editor.pdf"),
+                    svg = OutputPath("export_editor.svg");
+  ASSERT_TRUE(g.ExportPng(png, 2.0));
+  ASSERT_TRUE(g.ExportPdf(pdf));
+  ASSERT_TRUE(g.ExportSvg(svg));
+  IRECT r;
+  EXPECT_TRUE(g.IsDirty(r));  // an export leaves the window's pending redraw alone
+  cairo_surface_t* img = cairo_image_surface_create_from_png(png.c_str());
+  ASSERT_EQ(cairo_surface_status(img), CAIRO_STATUS_SUCCESS);
+  EXPECT_EQ(cairo_image_surface_get_width(img), 480);
+  EXPECT_EQ(cairo_image_surface_get_height(img), 160);
+  const InkBox text = FindInk(img, PixelAt(img, 1, 1));
+  EXPECT_GT(text.count, 500);
+  EXPECT_NEAR((text.left + text.right) / 2.0, 240.0, 4.0);
+  cairo_surface_destroy(img);
+  EXPECT_GT(std::filesystem::file_size(pdf), 1000u);
+  EXPECT_GT(std::filesystem::file_size(svg), 1000u);
+  EXPECT_FALSE(g.ExportPdf((std::filesystem::path(VELORUM_BINARY_DIR) / "no" / "such" / "dir.pdf").string()));
+  EXPECT_FALSE(g.ExportPng((std::filesystem::path(VELORUM_BINARY_DIR) / "no" / "such" / "dir.png").string(), 1.0));
+#ifndef _WIN32
+  if (std::system("command -v pdftotext >/dev/null 2>&1") == 0) {
+    const std::string txt = OutputPath("export_editor.txt");
+    ASSERT_EQ(std::system(("pdftotext '" + pdf + "' '" + txt + "'").c_str()), 0);
+    std::ifstream in(txt);
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "Short-term -14.2 LUFS");
+  }
+#endif
+}
