@@ -1,0 +1,105 @@
+// A meter plug-in in this process with a measured programme, and its editor
+// drawn offscreen: the fixture of the editor tests.
+#pragma once
+
+#include <cairo.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "graphics/tgraphics.h"
+#include "graphics/tgraphics_surface.h"
+#include "plugin/LoudnessMeterPlugin.h"
+#include "plugin/MeterParams.h"
+#include "plugin/VstAbi.h"
+#include "ui/MeterEditor.h"
+
+namespace velorum::testing {
+
+inline intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) { return 0; }
+
+// A private settings folder, so that no test reads or writes the user's.
+inline std::string TestSettingsFolder(const std::string& name) {
+  const auto dir = std::filesystem::path(VELORUM_BINARY_DIR) / "ui-test-settings" / name;
+  std::filesystem::remove_all(dir);
+  std::filesystem::create_directories(dir);
+  setenv("VELORUM_SETTINGS_DIR", dir.string().c_str(), 1);
+  return dir.string();
+}
+
+class MeterFixture {
+ public:
+  explicit MeterFixture(const std::string& name, double rate = 48000.0) : rate_(rate) {
+    folder_ = TestSettingsFolder(name);
+    RegisterEditorFactory(&CreateMeterEditor);
+    plugin_ = new LoudnessMeterPlugin(&NoHost);
+    vst::AEffect* e = &plugin_->AEffectRecord();
+    e->dispatcher(e, vst::effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
+    e->dispatcher(e, vst::effSetBlockSize, 0, 512, nullptr, 0.f);
+    e->dispatcher(e, vst::effMainsChanged, 0, 1, nullptr, 0.f);
+    // Without a host transport only the continuous mode measures.
+    plugin_->SetParam(param::kHistogramMode, kModeContinuous);
+    plugin_->SetParam(param::kChannelConfig, LayoutForChannelCount(2));
+  }
+  ~MeterFixture() {
+    vst::AEffect* e = &plugin_->AEffectRecord();
+    e->dispatcher(e, vst::effClose, 0, 0, nullptr, 0.f);
+  }
+
+  // A 1 kHz sine on both channels, `seconds` long at a peak of `dbfs`.
+  void PlaySine(double seconds, double dbfs) {
+    const double amp = std::pow(10.0, dbfs / 20.0);
+    const int frames = static_cast<int>(seconds * rate_);
+    std::vector<double> l(512), r(512);
+    for (int done = 0; done < frames; done += 512) {
+      const int n = std::min(512, frames - done);
+      for (int i = 0; i < n; ++i) {
+        l[size_t(i)] = r[size_t(i)] = amp * std::sin(2.0 * M_PI * 1000.0 * double(phase_++) / rate_);
+      }
+      // Every pin connected, as hosts do; the channels past the stereo pair are silent.
+      const vst::AEffect* e = &plugin_->AEffectRecord();
+      const size_t pins = size_t(std::max(2, int(std::max(e->numInputs, e->numOutputs))));
+      silence_.assign(512, 0.0);
+      scratch_.resize(pins, std::vector<double>(512));
+      std::vector<double*> in(pins, silence_.data()), out(pins);
+      for (size_t p = 0; p < pins; ++p) out[p] = scratch_[p].data();
+      in[0] = l.data();
+      in[1] = r.data();
+      plugin_->ProcessBlock(in.data(), out.data(), n);
+    }
+  }
+
+  LoudnessMeterPlugin& Plugin() { return *plugin_; }
+  ui::MeterEditor& Editor() {
+    if (!editor_) editor_ = dynamic_cast<ui::MeterEditor*>(plugin_->Editor());
+    return *editor_;
+  }
+  const std::string& Folder() const { return folder_; }
+
+  // The whole editor drawn offscreen at a device scale.
+  cairo_surface_t* Render(double scale) {
+    IGraphics& g = Editor().Graphics();
+    cairo_surface_t* s = tg_create_image_surface(g.Width(), g.Height(), scale);
+    {
+      tgraphics ctx(s, g.Width(), g.Height(), scale);
+      Editor().DrawAll(ctx);
+    }
+    cairo_surface_flush(s);
+    return s;
+  }
+
+ private:
+  double rate_;
+  long long phase_ = 0;
+  std::vector<double> silence_;
+  std::vector<std::vector<double>> scratch_;
+  std::string folder_;
+  LoudnessMeterPlugin* plugin_ = nullptr;
+  ui::MeterEditor* editor_ = nullptr;
+};
+
+}  // namespace velorum::testing

@@ -1,0 +1,146 @@
+#include "ui/ExportActions.h"
+
+#include <cmath>
+#include <ctime>
+
+#include "engine/ChannelLayouts.h"
+#include "export/CsvExport.h"
+#include "export/ExportWriter.h"
+#include "export/TextSummary.h"
+#include "export/Timecode.h"
+#include "export/WavNormalizer.h"
+#include "plugin/LoudnessMeterPlugin.h"
+#include "plugin/MeterParams.h"
+#include "presets/LoudnessStandards.h"
+#include "ui/UiFormat.h"
+#include "velorum/Version.h"
+
+namespace velorum::ui {
+
+bool ExportAvailable(ExportKind kind) {
+  (void)kind;
+  return true;
+}
+
+const char* ExportExtension(ExportKind kind) {
+  switch (kind) {
+    case ExportKind::TextSummary: return "txt";
+    case ExportKind::Csv:
+    case ExportKind::DolbyCsv: return "csv";
+    case ExportKind::Png: return "png";
+    case ExportKind::Svg: return "svg";
+    case ExportKind::Pdf: return "pdf";
+    case ExportKind::NormalizedWav: return "wav";
+  }
+  return "txt";
+}
+
+namespace {
+
+std::string Timecode(double seconds, const MeterModel& model, const UiSettings& settings) {
+  if (model.HistogramMode() == kModeTimeCode) return TimecodeFrames(seconds, kFpsItems[settings.fpsIndex].rate);
+  return TimecodeMillis(seconds);
+}
+
+SummaryValues Values(const MeterModel& model) {
+  const MeterValues v = model.Read();
+  SummaryValues s;
+  s.integrated = v.integrated;
+  const LoudnessEngine& e = model.Engine();
+  if (v.rangeSelected) {
+    const auto b = static_cast<int32_t>(model.SelectionBegin() * 10.0), en = static_cast<int32_t>(model.SelectionEnd() * 10.0);
+    s.loudnessRange = e.MeasureRange(b, en).loudnessRange;
+  } else {
+    s.loudnessRange = v.loudnessRange;
+  }
+  s.plr = v.plr;
+  s.momentaryMax = v.momentaryMax;
+  s.shortTermMax = v.shortTermMax;
+  s.truePeakMax = v.truePeakMax;
+  s.integratedDialogue = e.IntegratedDialogue();
+  s.loudnessRangeDialogue = e.DialogueRange();
+  s.speechContentPercent = e.SpeechContent() * 100.0;
+  return s;
+}
+
+}  // namespace
+
+bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind kind, std::string& content,
+                     std::string& message) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  const bool lkfs = model.Param(param::kUnitLkfs) >= 0.5;
+  FileMeasurement* file = model.ShowingFile() ? model.File() : nullptr;
+  if (kind == ExportKind::TextSummary) {
+    SummaryInput in;
+    in.versionWord = kVersionWord;
+    in.localTime = local;
+    const double origin = file && file->sampleRate ? double(file->timeReference) / file->sampleRate : 0.0;
+    double start = origin, end = origin;
+    if (file) {
+      in.fromFile = true;
+      in.fileFrames = file->frames;
+      in.fileSampleRate = file->sampleRate;
+      in.fileBitsPerSample = file->bitsPerSample;
+      in.channels = file->channels;
+      in.channelNames = file->channelNames;
+      end = origin + (file->sampleRate ? double(file->frames) / file->sampleRate : 0.0);
+    } else {
+      const ChannelLayout& layout = LayoutAt(model.Engine().Layout());
+      in.channels = static_cast<uint32_t>(layout.channelCount);
+      for (int c = 0; c < layout.channelCount; ++c) in.channelNames.emplace_back(layout.channelNames[size_t(c)]);
+      const LoudnessEngine& e = model.Engine();
+      EngineLock lock(e.Mutex());
+      end = double(e.History().Size10()) * 0.01;
+    }
+    if (model.HasSelection()) {
+      start = std::max(start, origin + model.SelectionBegin());
+      end = std::min(end, origin + model.SelectionEnd());
+    }
+    in.timecodeStart = Timecode(start, model, settings);
+    in.timecodeEnd = Timecode(end, model, settings);
+    in.presetName = model.PresetMenuName();
+    in.values = Values(model);
+    in.lkfs = lkfs;
+    return BuildTextSummary(in, content, &message);
+  }
+  CsvContext context;
+  context.intervalSeconds = 1.0;
+  context.preset = FindStandard(model.Plugin().ShownStandard());
+  context.lkfs = lkfs;
+  context.values = Values(model);
+  context.localTime = local;
+  context.logFilePath = file ? file->path : std::string();
+  context.startSeconds = file && file->sampleRate ? double(file->timeReference) / file->sampleRate : 0.0;
+  const LoudnessEngine& e = model.Engine();
+  EngineLock lock(e.Mutex());
+  context.history = &e.History();
+  content = kind == ExportKind::DolbyCsv ? BuildDolbyCsv(context) : BuildPlainCsv(context);
+  return true;
+}
+
+std::string WriteExport(const std::string& path, const std::string& content) {
+  return ExportStatusMessage(WriteExportFile(path, content, nullptr));
+}
+
+std::string WriteNormalized(MeterModel& model, const std::string& path, std::string& report) {
+  FileMeasurement* file = model.ShowingFile() ? model.File() : nullptr;
+  if (!file) return "Drop or choose an audio file first: the normalised file is made from the analysed file.";
+  NormalizeRequest request;
+  request.input = file->path;
+  request.output = path;
+  request.targetLufs = model.Param(param::kTarget);
+  request.truePeakMax = model.Param(param::kTruePeakMax);
+  request.ecoTruePeak = model.Param(param::kEcoTruePeak) >= 0.5;
+  const NormalizeResult result = NormalizeFile(request);
+  if (!result.ok) return result.message.empty() ? std::string(kCannotCreateFile) : result.message;
+  char buf[160];
+  std::snprintf(buf, sizeof buf, "Normalised by %+.1f dB to %.1f LUFS (true peak %.1f dBTP).", result.gainDb,
+                result.resultIntegrated, result.resultTruePeak);
+  report = buf;
+  if (result.truePeakWarning && !result.message.empty()) report += " " + result.message;
+  return {};
+}
+
+}  // namespace velorum::ui

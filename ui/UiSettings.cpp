@@ -1,0 +1,77 @@
+#include "ui/UiSettings.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace velorum::ui {
+namespace {
+
+std::string Trim(const std::string& s) {
+  const auto b = s.find_first_not_of(" \t\r\n");
+  if (b == std::string::npos) return {};
+  return s.substr(b, s.find_last_not_of(" \t\r\n") - b + 1);
+}
+
+int ToInt(const std::string& s, int fallback, int lo, int hi) {
+  char* end = nullptr;
+  const long v = std::strtol(s.c_str(), &end, 10);
+  if (end == s.c_str() || v < lo || v > hi) return fallback;
+  return static_cast<int>(v);
+}
+
+std::string EnvOr(const char* name, const std::string& fallback) {
+  const char* v = std::getenv(name);
+  return v && *v ? std::string(v) : fallback;
+}
+
+}  // namespace
+
+std::string UiSettings::Folder() {
+  std::string folder = EnvOr("VELORUM_SETTINGS_DIR", "");
+  if (folder.empty()) {
+#ifdef _WIN32
+    folder = EnvOr("APPDATA", ".") + "/Velorum";
+#else
+    const std::string config = EnvOr("XDG_CONFIG_HOME", EnvOr("HOME", "/tmp") + "/.config");
+    folder = config + "/Velorum";
+#endif
+  }
+  std::error_code ec;
+  std::filesystem::create_directories(std::filesystem::u8path(folder), ec);
+  return folder;
+}
+
+UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
+#ifdef _WIN32
+  exportFolder = EnvOr("USERPROFILE", mFolder) + "/Documents";
+#else
+  exportFolder = EnvOr("HOME", mFolder);
+#endif
+  std::ifstream in(std::filesystem::u8path(mFolder + "/Settings.ini"), std::ios::binary);
+  std::string line;
+  while (std::getline(in, line)) {
+    const auto eq = line.find('=');
+    if (eq == std::string::npos) continue;
+    const std::string key = Trim(line.substr(0, eq)), value = Trim(line.substr(eq + 1));
+    if (key == "Theme") theme = ToInt(value, 1, 0, 1);
+    else if (key == "GUI Refresh Rate") refreshRate = ToInt(value, 3, 0, 6);
+    else if (key == "Time Code FPS") fpsIndex = ToInt(value, 2, 0, 9);
+    else if (key == "Export Folder" && !value.empty()) exportFolder = value;
+  }
+}
+
+bool UiSettings::Save() const {
+  std::ofstream out(std::filesystem::u8path(mFolder + "/Settings.ini"), std::ios::binary | std::ios::trunc);
+  if (!out) return false;
+  out << "[ui]\nTheme=" << (Dark() ? 1 : 0) << "\nGUI Refresh Rate=" << refreshRate << "\nTime Code FPS=" << fpsIndex
+      << "\nExport Folder=" << exportFolder << "\n";
+  return static_cast<bool>(out.flush());
+}
+
+int UiSettings::GraphIntervalMs() const {
+  static constexpr int kIntervals[7] = {500, 250, 100, 50, 33, 16, 6};
+  return kIntervals[refreshRate < 0 ? 0 : refreshRate > 6 ? 6 : refreshRate];
+}
+
+}  // namespace velorum::ui
