@@ -222,6 +222,13 @@ int IGraphicsWin::OpenEditorCount() {
 // ---------------------------------------------------------------- window
 
 cairo_surface_t* IGraphicsWin::CreateBackBuffer(int width, int height) {
+  if (mUseDDB && mPlugWnd) {
+    HDC dc = GetDC(mPlugWnd);
+    cairo_surface_t* s = cairo_win32_surface_create_with_ddb(dc, CAIRO_FORMAT_RGB24, width, height);
+    ReleaseDC(mPlugWnd, dc);
+    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) return s;
+    cairo_surface_destroy(s);
+  }
   return cairo_win32_surface_create_with_dib(CAIRO_FORMAT_RGB24, width, height);
 }
 

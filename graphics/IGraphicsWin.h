@@ -44,6 +44,9 @@ public:
                        float size) override;
   bool IsTextEntryOpen() const override { return mTextEntryWnd != nullptr; }
   bool TooltipShown() const { return mTooltipShown; }
+  // The back buffer is a device-independent bitmap; a device-dependent one
+  // (compatible with the window's device context) can be chosen instead.
+  void UseDeviceDependentBitmap(bool on) { mUseDDB = on; }
 
   std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) override;
   std::string PromptForFolder(const std::string& title) override;
@@ -100,4 +103,5 @@ private:
   float mLastX = 0.f, mLastY = 0.f;
   RECT mLastRect{};  // position of the last window, for a reopened one
   bool mHadWindow = false;
+  bool mUseDDB = false;
 };

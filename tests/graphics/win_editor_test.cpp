@@ -211,6 +211,20 @@ TEST(IGraphicsWin, TimerPaintsAndMessagesReachTheControls) {
   EXPECT_EQ(r->keys, (std::vector<int>{15, KEY_SPACE}));
   EXPECT_EQ(gHostKeys, (std::vector<UINT>{VK_F1, VK_SPACE}));
   g->CloseWindow();
+
+  // The device-dependent back buffer paints the same.
+  static_cast<IGraphicsWin&>(*g).UseDeviceDependentBitmap(true);
+  wnd = static_cast<HWND>(g->OpenWindow(host.frame));
+  ASSERT_NE(wnd, nullptr);
+  const int before = r->draws;
+  Pump(100);
+  EXPECT_GT(r->draws, before);
+  HDC dc = GetDC(wnd);
+  const COLORREF c = GetPixel(dc, 30, 30);
+  ReleaseDC(wnd, dc);
+  EXPECT_GT(GetRValue(c), 200) << std::hex << c;
+  EXPECT_LT(GetGValue(c), 40);
+  g->CloseWindow();
 }
 
 TEST(IGraphicsWin, DroppedFilesAndAFolderArriveWithDirectoryFlags) {
