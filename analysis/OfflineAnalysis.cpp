@@ -48,7 +48,8 @@ bool OfflineAnalysis::finish(int state, int error)
 
 bool OfflineAnalysis::run(const Request& request)
 {
-    request_ = request;
+    if (&request != &request_)
+        request_ = request;
     cancel_.store(false);
     error_.store(0);
     progress_.store(0);

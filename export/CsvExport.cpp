@@ -88,7 +88,7 @@ std::string BuildPlainCsv(const CsvContext& c)
     forEachRow(c, [&](const Row& r) {
         float peak = MeasurementHistory::kPeakFill;
         for (int64_t i = r.begin; i < r.end; ++i)
-            peak = std::max(peak, h.truePeak[static_cast<size_t>(i)]);
+            peak = std::max(peak, at(h.truePeak, i, MeasurementHistory::kPeakFill));
         const int64_t last = r.end - 1;
         const int64_t block = r.end / 10 - 1;
         out += fmt("%.2f", r.seconds) + "," + TimecodeMillis(c.startSeconds + r.seconds) + ",";
@@ -136,7 +136,7 @@ std::string BuildDolbyCsv(const CsvContext& c)
         int peakCount = 0;
         bool speech = false;
         for (int64_t i = r.begin; i < r.end; ++i) {
-            const float tp = h.truePeak[static_cast<size_t>(i)];
+            const float tp = at(h.truePeak, i, MeasurementHistory::kPeakFill);
             peak = std::max(peak, tp);
             if (static_cast<double>(tp) > threshold)
                 ++peakCount;
