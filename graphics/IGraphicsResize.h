@@ -92,6 +92,8 @@ public:
   void Draw(tgraphics& g) override;
   void OnMouseDown(float x, float y, const IMouseMod& mod) override;
   void OnMouseDrag(float x, float y, float dX, float dY, const IMouseMod& mod) override;
+  // The window knows the screen scale now: the pixel size follows it.
+  void OnWindowOpened() override { UpdateWindowSize(); }
 
 private:
   struct LayoutEntry {

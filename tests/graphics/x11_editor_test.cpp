@@ -532,6 +532,7 @@ TEST_F(X11Editor, GuiScaleResizesTheWindowAndIsKept) {
   resize->AttachHandles();
   void* child = e.g->OpenWindow(host->handle());
   ASSERT_NE(child, nullptr);
+  EXPECT_EQ(resize->WindowWidth(), 200);
   resize->SetGUIScale(1.5f);
   XSync(host->dpy, False);
   XWindowAttributes a;
