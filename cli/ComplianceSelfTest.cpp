@@ -155,7 +155,7 @@ double pick(const LoudnessEngine& e, Reading r)
 
 } // namespace
 
-std::vector<SelfTestCase> RunComplianceSelfTest(int jobs)
+std::vector<SelfTestCase> RunComplianceSelfTest(int jobs, bool eco)
 {
     const std::vector<Signal> all = signals();
     std::vector<std::vector<SelfTestCase>> results(all.size());
@@ -166,6 +166,7 @@ std::vector<SelfTestCase> RunComplianceSelfTest(int jobs)
         for (size_t i = next++; i < all.size(); i = next++) {
             const Signal& sig = all[i];
             LoudnessEngine engine;
+            engine.SetEcoMode(eco);
             bool measured = false;
             if (folder) {
                 const std::string path = std::string(folder) + "/" + std::to_string(i) + ".wav";

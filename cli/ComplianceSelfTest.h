@@ -20,8 +20,9 @@ struct SelfTestCase {
     bool pass = false;
 };
 
-// Runs every case (in parallel on up to `jobs` threads) and returns them in order.
-std::vector<SelfTestCase> RunComplianceSelfTest(int jobs);
+// Runs every case (in parallel on up to `jobs` threads, in eco true-peak
+// mode when asked) and returns them in order.
+std::vector<SelfTestCase> RunComplianceSelfTest(int jobs, bool eco = false);
 
 // Prints the table; returns the exit status (0 when every case passed).
 int PrintSelfTest(const std::vector<SelfTestCase>& cases);

@@ -37,7 +37,7 @@ const char* kHelp =
     "  velorum normalize IN OUT (--target LUFS | --preset NAME) [--float] [--eco] [-y]\n"
     "      Write OUT as a WAV file (RF64 above 4 GB) with IN's integrated loudness brought to the\n"
     "      target; warns when the result's true peak exceeds the maximum (the preset's, else -1 dBTP).\n"
-    "  velorum selftest [-j N]\n"
+    "  velorum selftest [-j N] [--eco]\n"
     "      EBU Tech 3341/3342 and true-peak compliance self-test through file reading and the engine.\n"
     "  velorum presets      list the loudness standards (menu text and short name)\n"
     "  velorum layouts      list the channel layouts\n"
@@ -206,13 +206,16 @@ int runNormalize(const std::vector<std::string>& args)
 int runSelfTest(const std::vector<std::string>& args)
 {
     int jobs = static_cast<int>(std::thread::hardware_concurrency());
+    bool eco = false;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "-j" && i + 1 < args.size())
             jobs = std::atoi(args[++i].c_str());
+        else if (args[i] == "--eco")
+            eco = true;
         else
             return usage("unknown option " + args[i]);
     }
-    return PrintSelfTest(RunComplianceSelfTest(jobs > 0 ? jobs : 1));
+    return PrintSelfTest(RunComplianceSelfTest(jobs > 0 ? jobs : 1, eco));
 }
 
 int listPresets()
