@@ -7,11 +7,14 @@
 //    classified correctly for clean dialogue, music, effects and noise, and
 //    dialogue with music 10 dB down.
 // 2. Cost: the engine on stereo 48 kHz with dialogue gating and with it
-//    switched off, measured in the same run; the ratio is printed.
+//    switched off, measured in the same run (Google Benchmark table, then a
+//    ratio from alternating rounds in CPU time).
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -130,35 +133,55 @@ void BM_EngineStereo48k_DialogueGated(benchmark::State& state) { RunEngine(state
 BENCHMARK(BM_EngineStereo48k_LevelGated)->MinTime(1.0);
 BENCHMARK(BM_EngineStereo48k_DialogueGated)->MinTime(1.0);
 
-// Collects the per-sample times of the two engine runs to print their ratio.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      const double ns = r.GetAdjustedCPUTime() / 512.0;
-      if (r.benchmark_name().find("LevelGated") != std::string::npos) level_ = ns;
-      if (r.benchmark_name().find("DialogueGated") != std::string::npos) dialogue_ = ns;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    if (level_ > 0.0 && dialogue_ > 0.0)
-      std::printf("dialogue gating cost, stereo 48 kHz: %.2f ns/sample vs %.2f ns/sample level-gated only: ratio %.3fx\n",
-                  dialogue_, level_, dialogue_ / level_);
-  }
+// The ratio printed at the end: both engines are timed in turn, five rounds of
+// 20 s of audio each, in process CPU time; the fastest round of each counts
+// (the one least disturbed by other work on the machine).
+double CpuSeconds() {
+  timespec t{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
 
-private:
-  double level_ = 0.0, dialogue_ = 0.0;
-};
+double NsPerSample(velorum::LoudnessEngine& engine, const Programme& p) {
+  const int block = 512;
+  const double t0 = CpuSeconds();
+  long long samples = 0;
+  for (int pass = 0; pass < 2; ++pass)
+    for (std::size_t pos = 0; pos + block <= p.left.size(); pos += block) {
+      const double* ch[2] = {p.left.data() + pos, p.right.data() + pos};
+      engine.ProcessBlock(ch, block);
+      samples += block;
+    }
+  return (CpuSeconds() - t0) * 1e9 / static_cast<double>(samples);
+}
+
+void PrintCostRatio() {
+  const Programme& p = TheProgramme();
+  velorum::LoudnessEngine level, dialogue;
+  for (velorum::LoudnessEngine* e : {&level, &dialogue}) {
+    e->SetChannelCount(2);
+    e->SetInputCount(2);
+    e->SetSampleRate(48000.0);
+    e->Reset();
+  }
+  level.Dialogue().SetEnabled(false);
+  double bestLevel = 1e30, bestDialogue = 1e30;
+  for (int round = 0; round < 5; ++round) {
+    bestLevel = std::min(bestLevel, NsPerSample(level, p));
+    bestDialogue = std::min(bestDialogue, NsPerSample(dialogue, p));
+  }
+  std::printf("dialogue gating cost, stereo 48 kHz (CPU time, fastest of 5 rounds): %.2f ns/sample with dialogue "
+              "gating vs %.2f ns/sample level-gated only: ratio %.3fx\n",
+              bestDialogue, bestLevel, bestDialogue / bestLevel);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   Evaluate();
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
+  PrintCostRatio();
   return 0;
 }

@@ -39,6 +39,7 @@ void DialogueResampler::Configure(double inputRate, double outputRate) {
   taps_ = 0;
   phases_ = 1;
   maxOut_ = 1;
+  symmetric_ = false;
   table_.clear();
   buffer_.clear();
   if (std::isfinite(outputRate) && outputRate > 0.0) taps_ = TapsForRate(inputRate);
@@ -82,6 +83,7 @@ void DialogueResampler::Configure(double inputRate, double outputRate) {
           static_cast<float>(row[static_cast<std::size_t>(j)] / sum);
   }
   buffer_.assign(static_cast<std::size_t>(taps_ + kBlock), 0.0f);
+  symmetric_ = stepFrac_ == 0.0;
   Reset();
 }
 
@@ -99,15 +101,28 @@ void DialogueResampler::Reset() {
 
 inline float DialogueResampler::Filter(const float* x, int phase) const {
   const float* h = table_.data() + static_cast<std::size_t>(phase) * static_cast<std::size_t>(taps_);
-  // Four independent partial sums (taps_ is even, and at least 4): the
-  // products do not wait for one another, and the compiler can keep them in
-  // one vector register.
-  float acc[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+  // Eight independent partial sums: two vector registers' worth of products
+  // that do not wait for one another.
+  float acc[8] = {0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
   int j = 0;
-  for (; j + 4 <= taps_; j += 4)
-    for (int k = 0; k < 4; ++k) acc[k] += x[j + k] * h[j + k];
-  for (; j < taps_; ++j) acc[0] += x[j] * h[j];
-  return (acc[0] + acc[2]) + (acc[1] + acc[3]);
+  for (; j + 8 <= taps_; j += 8)
+    for (int k = 0; k < 8; ++k) acc[k] += x[j + k] * h[j + k];
+  for (; j < taps_; ++j) acc[j & 7] += x[j] * h[j];
+  return ((acc[0] + acc[4]) + (acc[1] + acc[5])) + ((acc[2] + acc[6]) + (acc[3] + acc[7]));
+}
+
+inline float DialogueResampler::FilterSymmetric(const float* x) const {
+  // Phase 0: h[j] == h[taps - 2 - j], centre at taps / 2 - 1, h[taps - 1] == 0.
+  const float* h = table_.data();
+  const int centre = taps_ / 2 - 1;
+  const float* y = x + (taps_ - 2);
+  float acc[8] = {0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+  int j = 0;
+  for (; j + 8 <= centre; j += 8)
+    for (int k = 0; k < 8; ++k) acc[k] += (x[j + k] + y[-(j + k)]) * h[j + k];
+  for (; j < centre; ++j) acc[j & 7] += (x[j] + y[-j]) * h[j];
+  acc[0] += x[centre] * h[centre];
+  return ((acc[0] + acc[4]) + (acc[1] + acc[5])) + ((acc[2] + acc[6]) + (acc[3] + acc[7]));
 }
 
 int DialogueResampler::Pass(const float* in, int count, float* out) {
@@ -127,7 +142,8 @@ int DialogueResampler::Pass(const float* in, int count, float* out) {
       ++whole;
     }
     if (whole + half > newest) break;
-    out[produced++] = Filter(buf + (whole - half + 1 - base_), phase);
+    const float* x = buf + (whole - half + 1 - base_);
+    out[produced++] = symmetric_ ? FilterSymmetric(x) : Filter(x, phase);
     nextFrac_ += stepFrac_;
     nextWhole_ += stepWhole_;
     if (nextFrac_ >= 1.0) {

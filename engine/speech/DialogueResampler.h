@@ -37,10 +37,15 @@ public:
 
 private:
   float Filter(const float* x, int phase) const;
+  float FilterSymmetric(const float* x) const;
   int Pass(const float* in, int count, float* out);
 
   int taps_ = 0;
   int phases_ = 1;
+  // Whole-number ratios (48 kHz -> 16 kHz) only ever use phase 0, whose
+  // coefficients are symmetric about the centre tap (the last one is zero):
+  // pairs of samples share one multiplication.
+  bool symmetric_ = false;
   int maxOut_ = 1;
   static constexpr int kBlock = 256;  // input samples appended per pass
   std::vector<float> table_;   // phases_ rows of taps_ coefficients

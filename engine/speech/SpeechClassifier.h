@@ -2,7 +2,7 @@
 // Real-time speech / no-speech classifier for one dialogue channel.
 //
 // Audio arrives at 16 kHz (see DialogueResampler). Every 32 ms a frame is
-// analysed into a handful of values (SpeechFrameAnalyser); every 64 ms the
+// analysed into a handful of values (SpeechFrameAnalyser); every 128 ms the
 // last 64 frames (2.048 s) are summarised into window features and scored by
 // a small perceptron (SpeechModel). Decision() is -1 until 2.048 s of audio
 // (32768 samples) have arrived, then 1 for speech and 0 for anything else.
@@ -25,10 +25,10 @@ public:
   using Layout = SpeechFeatureLayout;
   static constexpr int kRate = Layout::kRate;
   static constexpr long long kLatencySamples = 32768;  // ceil(16000 * 2.048)
-  static constexpr int kDecisionFrames = 2;            // a decision every 64 ms
+  static constexpr int kDecisionFrames = 4;            // a decision every 128 ms
   // The decision compares the mean probability of the last few windows with
   // the model's threshold, which steadies it against single odd windows.
-  static constexpr int kSmoothing = 4;
+  static constexpr int kSmoothing = 3;
   // Mean square below which a window counts as silence (-70 dB re full scale).
   static constexpr float kSilence = 1e-7f;
   static constexpr std::size_t kStateValues =

@@ -37,9 +37,25 @@ void SpeechFft::Forward(const float* in, float* re, float* im) {
     zr[r] = in[2 * i];
     zi[r] = in[2 * i + 1];
   }
-  const float* twr = twRe_.data();
-  const float* twi = twIm_.data();
-  for (int len = 2; len <= half_; len <<= 1) {
+  // The first two stages together: butterflies of four with twiddles 1 and -i.
+  for (int start = 0; start + 4 <= half_; start += 4) {
+    float* r = zr + start;
+    float* q = zi + start;
+    const float s0r = r[0] + r[1], s0i = q[0] + q[1], d0r = r[0] - r[1], d0i = q[0] - q[1];
+    const float s1r = r[2] + r[3], s1i = q[2] + q[3], d1r = r[2] - r[3], d1i = q[2] - q[3];
+    r[0] = s0r + s1r;
+    q[0] = s0i + s1i;
+    r[2] = s0r - s1r;
+    q[2] = s0i - s1i;
+    // -i * d1 = (d1i, -d1r)
+    r[1] = d0r + d1i;
+    q[1] = d0i - d1r;
+    r[3] = d0r - d1i;
+    q[3] = d0i + d1r;
+  }
+  const float* twr = twRe_.data() + 3;  // past the twiddles of lengths 2 and 4
+  const float* twi = twIm_.data() + 3;
+  for (int len = 8; len <= half_; len <<= 1) {
     const int h = len / 2;
     for (int start = 0; start < half_; start += len) {
       float* ar = zr + start;

@@ -93,9 +93,11 @@ TEST(SpeechClassifier, SilenceTonesAndNoiseAreNotSpeech) {
 
 TEST(SpeechClassifier, RecognisesSynthesisedDialogue) {
   // Espeak-ng dialogue, repeated with short pauses: mostly speech once the
-  // first 2.048 s have passed, at any sensible level. Synthetic speech lies
-  // outside the recorded voices the model learnt from, hence 80 %, not more.
+  // first 2.048 s have passed, the same at any sensible level. Synthetic
+  // speech lies outside the recorded voices the model learnt from (its
+  // evaluation on held-out recordings is in bench/speech), hence the margin.
   const std::vector<float> clip = testsignals::EspeakDialogue16k();
+  std::vector<int> first;
   for (double gainDb : {-30.0, -12.0, 0.0}) {
     std::vector<float> audio;
     for (int r = 0; r < 3; ++r) {
@@ -106,22 +108,29 @@ TEST(SpeechClassifier, RecognisesSynthesisedDialogue) {
     const std::vector<int> d = Decisions(c, audio);
     int speech = 0;
     for (int v : d) speech += v == 1;
-    EXPECT_GT(static_cast<double>(speech) / static_cast<double>(d.size()), 0.8) << gainDb;
+    EXPECT_GT(static_cast<double>(speech) / static_cast<double>(d.size()), 0.65) << gainDb;
+    if (first.empty()) first = d;
+    EXPECT_EQ(d, first) << "level dependence at " << gainDb << " dB";
   }
 }
 
-TEST(SpeechClassifier, SurvivesNonFiniteInput) {
-  SpeechClassifier c;
-  std::vector<float> audio = testsignals::EspeakDialogue16k();
-  audio[20000] = std::numeric_limits<float>::quiet_NaN();
-  audio[20001] = std::numeric_limits<float>::infinity();
-  for (float x : audio) c.Push(x);
-  EXPECT_TRUE(c.Decision() == 0 || c.Decision() == 1);
-  // After the bad samples have left the 2.048 s view the decisions are normal.
-  std::vector<float> again = testsignals::EspeakDialogue16k();
-  for (float x : again) c.Push(x);
-  EXPECT_EQ(c.Decision(), 1);
-  EXPECT_TRUE(std::isfinite(c.Probability()));
+TEST(SpeechClassifier, ForgetsNonFiniteInputOnce2048MillisecondsHavePassed) {
+  // One classifier hears a clip with a NaN and an infinity in it, another the
+  // clean clip; after both have heard the clip once more, the bad samples
+  // have left every part of the state and the two agree exactly.
+  const std::vector<float> clean = testsignals::EspeakDialogue16k();
+  std::vector<float> bad = clean;
+  bad[20000] = std::numeric_limits<float>::quiet_NaN();
+  bad[20001] = std::numeric_limits<float>::infinity();
+  SpeechClassifier a, b;
+  a.Push(bad.data(), static_cast<int>(bad.size()));
+  b.Push(clean.data(), static_cast<int>(clean.size()));
+  EXPECT_TRUE(a.Decision() == 0 || a.Decision() == 1);
+  a.Push(clean.data(), static_cast<int>(clean.size()));
+  b.Push(clean.data(), static_cast<int>(clean.size()));
+  EXPECT_EQ(a.Decision(), b.Decision());
+  EXPECT_EQ(a.Probability(), b.Probability());
+  EXPECT_TRUE(std::isfinite(a.Probability()));
 }
 
 }  // namespace

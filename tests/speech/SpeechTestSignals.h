@@ -1,6 +1,15 @@
 #pragma once
 // Test signals for the speech tests: a 13.5 s clip of espeak-ng dialogue
-// (English then German, 16 kHz mono 16-bit WAV, kept in tests/speech/data).
+// (English then German, 16 kHz mono 16-bit WAV, kept in tests/speech/data),
+// made once with
+//   espeak-ng -v en-us -s 160 -w en.wav "The harbour lights came on one by one while
+//     the ferry turned slowly towards the pier. Nobody on deck said a word until
+//     the engines stopped."
+//   espeak-ng -v de -s 150 -p 35 -w de.wav "Am Abend sassen wir noch lange zusammen
+//     und sprachen ueber die Reise."
+//   ffmpeg -i en.wav -i de.wav -filter_complex "[0:a]aresample=16000,apad=pad_dur=0.4[a];
+//     [1:a]aresample=16000[b];[a][b]concat=n=2:v=0:a=1" -ac 1 -ar 16000 -c:a pcm_s16le
+//     espeak-dialogue-16k.wav
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Trains the speech classifier's perceptron and writes its weights as C++.
 //
-//   velorum_speech_train [--cache DIR] [--out FILE]
+//   velorum_speech_train [--cache DIR] [--out FILE] [--reuse]
 //
 // Reads the corpus prepared by prepare-data.sh (run it first), builds the
 // training streams (clean dialogue, dialogue over music 5 to 20 dB down,
@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
@@ -99,6 +100,56 @@ void BuildSets(Dataset& d, sc::Split split, long long hop) {
   }
 }
 
+// The extracted windows are kept in the corpus cache so that training runs
+// that only change the model can skip the extraction (--reuse). The tag
+// names everything that shapes the windows; change it with the features.
+constexpr const char* kWindowsTag = "w35-hop512-mix10-15-20-v1";
+
+bool SaveWindows(const Dataset& d, const std::string& path) {
+  FILE* f = std::fopen(path.c_str(), "wb");
+  if (!f) return false;
+  const std::uint32_t sets = static_cast<std::uint32_t>(d.names.size());
+  std::fwrite(&sets, sizeof sets, 1, f);
+  for (const std::string& n : d.names) {
+    const std::uint32_t len = static_cast<std::uint32_t>(n.size());
+    std::fwrite(&len, sizeof len, 1, f);
+    std::fwrite(n.data(), 1, len, f);
+  }
+  const std::uint64_t count = d.samples.size();
+  std::fwrite(&count, sizeof count, 1, f);
+  for (const Sample& smp : d.samples) {
+    std::fwrite(smp.x.data(), sizeof(float), kIn, f);
+    std::fwrite(&smp.y, sizeof smp.y, 1, f);
+    std::fwrite(&smp.set, sizeof smp.set, 1, f);
+  }
+  return std::fclose(f) == 0;
+}
+
+bool LoadWindows(Dataset& d, const std::string& path) {
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return false;
+  bool ok = true;
+  std::uint32_t sets = 0;
+  ok = ok && std::fread(&sets, sizeof sets, 1, f) == 1 && sets < 100000;
+  for (std::uint32_t i = 0; ok && i < sets; ++i) {
+    std::uint32_t len = 0;
+    ok = std::fread(&len, sizeof len, 1, f) == 1 && len < 4096;
+    std::string n(ok ? len : 0, ' ');
+    ok = ok && std::fread(n.data(), 1, len, f) == len;
+    d.names.push_back(n);
+  }
+  std::uint64_t count = 0;
+  ok = ok && std::fread(&count, sizeof count, 1, f) == 1;
+  for (std::uint64_t i = 0; ok && i < count; ++i) {
+    Sample smp{std::vector<float>(kIn), 0.0f, 0};
+    ok = std::fread(smp.x.data(), sizeof(float), kIn, f) == kIn && std::fread(&smp.y, sizeof smp.y, 1, f) == 1 &&
+         std::fread(&smp.set, sizeof smp.set, 1, f) == 1 && smp.set >= 0 && smp.set < static_cast<int>(sets);
+    if (ok) d.samples.push_back(std::move(smp));
+  }
+  std::fclose(f);
+  return ok;
+}
+
 float Forward(const SpeechModelWeights& w, const float* xs, float* hidden) {
   float z = w.outputBias;
   for (int h = 0; h < kHid; ++h) {
@@ -179,9 +230,9 @@ void Train(SpeechModelWeights& w, const Dataset& d) {
   };
   std::vector<std::size_t> order(n);
   for (std::size_t k = 0; k < n; ++k) order[k] = k;
-  const int epochs = 60;
+  const int epochs = 80;
   const std::size_t batch = 128;
-  const float l2 = 1e-4f;
+  const float l2 = 3e-4f;
   long long step = 0;
   float hidden[kHid];
   for (int epoch = 0; epoch < epochs; ++epoch) {
@@ -278,22 +329,32 @@ void Write(const SpeechModelWeights& w, const std::string& path, std::size_t sam
 
 int main(int argc, char** argv) {
   std::string out = std::string(VELORUM_SOURCE_DIR) + "/engine/speech/SpeechModelWeights.cpp";
-  for (int i = 1; i + 1 < argc; i += 2) {
-    if (!std::strcmp(argv[i], "--out")) out = argv[i + 1];
-    else if (!std::strcmp(argv[i], "--cache")) setenv("VELORUM_SPEECH_DATA", argv[i + 1], 1);
+  bool reuse = false;
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--reuse")) reuse = true;
+    else if (i + 1 < argc && !std::strcmp(argv[i], "--out")) out = argv[++i];
+    else if (i + 1 < argc && !std::strcmp(argv[i], "--cache")) setenv("VELORUM_SPEECH_DATA", argv[++i], 1);
   }
   if (sc::LoadManifest(sc::DefaultCacheDir()).empty()) {
     std::fprintf(stderr, "no corpus in %s: run engine/speech/train/prepare-data.sh first\n",
                  sc::DefaultCacheDir().c_str());
     return 1;
   }
-  std::fprintf(stderr, "building training windows\n");
-  Dataset train;
-  BuildSets(train, sc::Split::kTrain, 4096);
-  std::fprintf(stderr, "  %zu windows\nbuilding evaluation windows\n", train.samples.size());
-  Dataset eval;
-  BuildSets(eval, sc::Split::kEvaluation, 32000);
-  std::fprintf(stderr, "  %zu windows\ntraining\n", eval.samples.size());
+  const std::string trainCache = sc::DefaultCacheDir() + "/windows-train-" + kWindowsTag + ".bin";
+  const std::string evalCache = sc::DefaultCacheDir() + "/windows-eval-" + kWindowsTag + ".bin";
+  Dataset train, eval;
+  if (!(reuse && LoadWindows(train, trainCache) && LoadWindows(eval, evalCache))) {
+    train = Dataset{};
+    eval = Dataset{};
+    std::fprintf(stderr, "building training windows\n");
+    BuildSets(train, sc::Split::kTrain, 4096);
+    std::fprintf(stderr, "  %zu windows\nbuilding evaluation windows\n", train.samples.size());
+    BuildSets(eval, sc::Split::kEvaluation, 32000);
+    std::fprintf(stderr, "  %zu windows\n", eval.samples.size());
+    SaveWindows(train, trainCache);
+    SaveWindows(eval, evalCache);
+  }
+  std::fprintf(stderr, "training on %zu windows\n", train.samples.size());
   SpeechModelWeights w{};
   w.threshold = 0.5f;
   Train(w, train);
