@@ -1,9 +1,22 @@
 #include "engine/speech/SpeechFft.h"
 
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 namespace velorum {
+
+namespace {
+// Four floats in one register (GCC and Clang vector extension; SSE on x86-64).
+// Element-wise arithmetic, so the results equal the scalar loop's bit for bit.
+typedef float Float4 __attribute__((vector_size(16)));
+inline Float4 Load4(const float* p) {
+  Float4 v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void Store4(float* p, Float4 v) { std::memcpy(p, &v, sizeof v); }
+}  // namespace
 
 SpeechFft::SpeechFft(int size) : n_(size), half_(size / 2), zr_(static_cast<std::size_t>(size / 2)), zi_(static_cast<std::size_t>(size / 2)) {
   const double pi = 3.14159265358979323846;
@@ -62,13 +75,16 @@ void SpeechFft::Forward(const float* in, float* re, float* im) {
       float* ai = zi + start;
       float* br = zr + start + h;
       float* bi = zi + start + h;
-      for (int k = 0; k < h; ++k) {
-        const float tr = twr[k] * br[k] - twi[k] * bi[k];
-        const float ti = twr[k] * bi[k] + twi[k] * br[k];
-        br[k] = ar[k] - tr;
-        bi[k] = ai[k] - ti;
-        ar[k] = ar[k] + tr;
-        ai[k] = ai[k] + ti;
+      for (int k = 0; k < h; k += 4) {  // h >= 4 from here on
+        const Float4 wr = Load4(twr + k), wi = Load4(twi + k);
+        const Float4 xr = Load4(br + k), xi = Load4(bi + k);
+        const Float4 yr = Load4(ar + k), yi = Load4(ai + k);
+        const Float4 tr = wr * xr - wi * xi;
+        const Float4 ti = wr * xi + wi * xr;
+        Store4(br + k, yr - tr);
+        Store4(bi + k, yi - ti);
+        Store4(ar + k, yr + tr);
+        Store4(ai + k, yi + ti);
       }
     }
     twr += h;
