@@ -187,6 +187,25 @@ TEST(DialogueGate, SurroundLayoutsListenToLeftRightAndCentre) {
   EXPECT_GT(m.engine.SpeechContent(), 0.5);
 }
 
+TEST(DialogueGate, PlayingAPassageTwiceOnTheTimelineCountsItOnce) {
+  Meter m(2);
+  m.engine.SetTimelineMode(true);
+  m.engine.SetTimelinePosition(0);
+  const std::vector<double> l = Speech48k(15.0), r = Speech48k(15.0, 0.7);
+  m.Run({l, r});
+  const double once = m.engine.IntegratedDialogue();
+  const double contentOnce = m.engine.SpeechContent();
+  ASSERT_GT(once, -40.0);
+  // The host jumps back to the start and plays the same passage again.
+  m.engine.RestartSignalChain();
+  m.engine.MoveTimelineOrigin(0);
+  m.Run({l, r});
+  EXPECT_NEAR(m.engine.IntegratedDialogue(), once, 0.2);
+  EXPECT_NEAR(m.engine.SpeechContent(), contentOnce, 0.02);
+  std::lock_guard<EngineMutex> lock(m.engine.Mutex());
+  EXPECT_EQ(m.engine.History().dialogueMomentaryPower.size(), 150u);
+}
+
 TEST(DialogueGate, ResetAndHostileInput) {
   Meter m(2);
   std::vector<double> l = Speech48k(6.0), r = Speech48k(6.0);
