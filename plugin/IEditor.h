@@ -41,8 +41,9 @@ class IEditor {
   virtual void SetAllDirty() {}
 };
 
-// Creates the editor for a plug-in, or returns null. Kept by the plug-in and
-// called when the host first asks for the editor.
+// Creates the editor for a plug-in, or returns null. Called on the first
+// effEditOpen; the editor then lives as long as the plug-in (effEditGetRect
+// answers 0 until it exists).
 using EditorFactory = std::unique_ptr<IEditor> (*)(IPlugBase& plugin);
 
 // Installs the process-wide editor factory. Passing null removes it.

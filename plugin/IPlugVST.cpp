@@ -118,7 +118,9 @@ intptr_t IPlugVST::Dispatch(int32_t opcode, int32_t index, intptr_t value, void*
   try {
     switch (opcode) {
       case vst::effEditGetRect: {
-        IEditor* editor = Editor();
+        // The editor is made when the host first opens it; before that there
+        // is no rectangle to give.
+        IEditor* editor = ExistingEditor();
         if (!ptr || !editor) return 0;
         *static_cast<const EditorRect**>(ptr) = &editor->Rect();
         return 1;

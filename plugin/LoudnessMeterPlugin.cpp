@@ -82,6 +82,7 @@ void LoudnessMeterPlugin::ApplyConfiguration() {
   if (config == mConfiguration) return;
   mConfiguration = config;
   mEngine.SetLayout(config);
+  mPristine = false;  // the next reset also sets up the chain for the new layout
   GetParam(param::kConfigInUse)->Set(config);
   InformEditorOfParamChange(param::kChannelConfig);
 }
@@ -160,10 +161,15 @@ MeterReadings LoudnessMeterPlugin::Readings() const {
 // ---------------------------------------------------------------------- reset
 
 void LoudnessMeterPlugin::ResetMeasurementCore(bool clearPosition) {
-  mEngine.Reset();
-  mLoudness.Clear(-1);
-  mTruePeak.Clear(-1);
-  mDynamics.Clear(-1);
+  // Clearing the engine is costly (it rebuilds its signal chain); a meter that
+  // has measured nothing since its last reset is clear already.
+  if (!mPristine) {
+    mEngine.Reset();
+    mLoudness.Clear(-1);
+    mTruePeak.Clear(-1);
+    mDynamics.Clear(-1);
+    mPristine = true;
+  }
   mWarmUp.store(true, std::memory_order_relaxed);
   if (clearPosition) mTransport.position = 0;
   mTransport.jumpCount = 0;
@@ -268,7 +274,11 @@ void LoudnessMeterPlugin::MeasureBlock(double** inputs, int frames) {
   TransportTracker& t = mTransport;
   const bool measuring = Measuring();
   const bool restartOption = ParamValue(param::kRestartOnJump) >= 0.5 || ParamValue(param::kRestartOnLocate) >= 0.5;
-  for (int i = 0; i < frames; ++i) {
+  // The rules below are applied to sample 0 on its own and then to the rest of
+  // the block at once: after the first sample nothing they depend on changes
+  // within a block (the one-block flags are cleared by the first advance, and
+  // a reset only happens on a sample that advances).
+  auto run = [&](int first, int count) {
     if (t.resetPending && t.playing && measuring) {
       // The tracker has already placed the timeline for this start or jump.
       ResetMeasurementCore(false);
@@ -293,14 +303,17 @@ void LoudnessMeterPlugin::MeasureBlock(double** inputs, int frames) {
           mRestoredShown = false;
           mSampleOffset = mStoredMeasuredSamples - mEngine.MeasuredSamples();
         }
-        mEngine.ProcessSample(inputs, i);
+        mPristine = false;
+        mEngine.ProcessBlock(inputs, first, count);
       }
     }
     if (measuring && (t.mode == kModeContinuous || t.playing)) {
-      ++t.position;
+      t.position += count;
       t.ClearBlockFlags();
     }
-  }
+  };
+  if (frames > 0) run(0, 1);
+  if (frames > 1) run(1, frames - 1);
 
   IParam* elapsed = GetParam(param::kElapsedSeconds);
   elapsed->Set(static_cast<double>(t.position) / mEngineRate);

@@ -118,6 +118,7 @@ class LoudnessMeterPlugin : public IPlugVST {
   int32_t mConnectedOutputs = 0;
   int mConfiguration = -1;  // layout the engine measures with
   double mEngineRate = 0.0;
+  bool mPristine = false;  // nothing measured or restored since the last engine reset
 
   // Readings and counters restored from a state; shown until new audio is
   // measured (mRestoredShown), so a restored project reads as it was saved.

@@ -251,6 +251,7 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
   ApplyConfiguration();
   ResetMeasurementCore(true);
   if (s.historyIncluded) {
+    mPristine = false;
     {
       EngineLock lock(mEngine.Mutex());
       s.history.timelineMode = mEngine.TimelineMode();

@@ -53,14 +53,16 @@ TEST(EditorSeam, DispatcherDrivesTheRegisteredEditor) {
   EXPECT_EQ(e->flags & vst::kFlagHasEditor, vst::kFlagHasEditor);
 
   vst::ERect* rect = nullptr;
-  ASSERT_EQ(e->dispatcher(e, vst::effEditGetRect, 0, 0, &rect, 0.f), 1);
-  ASSERT_NE(rect, nullptr);
-  EXPECT_EQ(rect->right, 900);
-  EXPECT_EQ(rect->bottom, 600);
+  EXPECT_EQ(e->dispatcher(e, vst::effEditGetRect, 0, 0, &rect, 0.f), 0);  // not opened yet
+  EXPECT_EQ(rect, nullptr);
 
   int window = 0;
   EXPECT_EQ(e->dispatcher(e, vst::effEditOpen, 0, 0, &window, 0.f), 1);
   EXPECT_EQ(gLog.parent, &window);
+  ASSERT_EQ(e->dispatcher(e, vst::effEditGetRect, 0, 0, &rect, 0.f), 1);
+  ASSERT_NE(rect, nullptr);
+  EXPECT_EQ(rect->right, 900);
+  EXPECT_EQ(rect->bottom, 600);
   EXPECT_EQ(e->dispatcher(e, vst::effVendorSpecific, 0x50726553, 0x41654373, nullptr, 1.5f), 1);
   EXPECT_EQ(gLog.scale, 1.5f);
 

@@ -153,7 +153,7 @@ TEST(CalibrationSignal, SineAndNoisePlayAtMinus23LufsOnTheFrontChannels) {
   for (int signal : {1, 2}) {
     MeterHost generator(kRate, 4);
     generator.SetParam(param::kGenerator, signal);
-    const auto input = Silence(12.0, kRate, 4);
+    const auto input = Silence(8.0, kRate, 4);
     generator.Transport().playing = true;
     const auto out = generator.Run(input, {512});
     EXPECT_EQ(out[0], out[1]);
