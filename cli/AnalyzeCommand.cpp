@@ -64,6 +64,9 @@ void Runner::run(Job& job, const OutputFiles& files)
 {
     auto engine = std::make_unique<LoudnessEngine>();
     engine->SetEcoMode(o_.eco);
+    // The speech classifier runs only when something reads its results: the
+    // dialogue lines, the Dolby CSV, or a preset with a dialogue target.
+    engine->SetDialogueEnabled(o_.dialogue || !files.dolbyCsv.empty() || (preset_ && preset_->dialTarget != 30));
     OfflineAnalysis analysis(*engine);
     OfflineAnalysis::Request request;
     request.paths = job.paths;

@@ -167,6 +167,7 @@ std::vector<SelfTestCase> RunComplianceSelfTest(int jobs, bool eco)
             const Signal& sig = all[i];
             LoudnessEngine engine;
             engine.SetEcoMode(eco);
+            engine.SetDialogueEnabled(false);   // only level-gated readings are checked
             bool measured = false;
             if (folder) {
                 const std::string path = std::string(folder) + "/" + std::to_string(i) + ".wav";

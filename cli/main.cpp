@@ -94,6 +94,7 @@ int runDemo(const std::vector<std::string>& args)
             return usage("unknown option " + args[i]);
     }
     LoudnessEngine engine;
+    engine.SetDialogueEnabled(report.dialogue || (report.preset && report.preset->dialTarget != 30));
     EngineFeeder::configure(engine, DemoProgramme::kSampleRate, LayoutForChannelCount(DemoProgramme::kChannels),
                             DemoProgramme::kChannels);
     constexpr int block = 4096;

@@ -53,6 +53,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     // Pass 1: the measurement, with the same driver as every analysis.
     LoudnessEngine source;
     source.SetEcoMode(request.ecoTruePeak);
+    source.SetDialogueEnabled(false);   // the gain follows the level-gated loudness
     OfflineAnalysis analysis(source);
     OfflineAnalysis::Request job;
     job.paths = {request.input};
@@ -130,6 +131,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     // Pass 2: gain, write, and measure what was written.
     LoudnessEngine written;
     written.SetEcoMode(request.ecoTruePeak);
+    written.SetDialogueEnabled(false);
     EngineFeeder::configure(written, static_cast<double>(reader.sampleRate()), info.layoutIndex, channels);
     EngineFeeder feeder(written, channels, kBlock);
     std::vector<float> block(static_cast<size_t>(kBlock) * static_cast<size_t>(channels));
