@@ -100,7 +100,13 @@ export CC="$host-gcc-posix" AR="$host-ar" RANLIB="$host-ranlib" STRIP="$host-str
 export CFLAGS="-O2 -g0" CPPFLAGS="-I$prefix/include" LDFLAGS="-L$prefix/lib"
 common=(--host="$host" --build="$(gcc -dumpmachine)" --prefix="$prefix" --enable-static --disable-shared)
 
-step() { log "$1"; }
+step_started=$started
+step() {
+  local now
+  now=$(date +%s)
+  log "$1 (previous step $((now - step_started)) s)"
+  step_started=$now
+}
 
 step "pixman"
 (cd "$(src pixman)" && ./configure "${common[@]}" --disable-gtk --disable-libpng --disable-openmp \
