@@ -1,5 +1,6 @@
 #include "analysis/OfflineAnalysis.h"
 
+#include "analysis/BlockPipeline.h"
 #include "analysis/EngineFeeder.h"
 #include "engine/ChannelLayouts.h"
 #include "engine/LoudnessEngine.h"
@@ -100,26 +101,61 @@ bool OfflineAnalysis::run(const Request& request)
         }
 
         EngineFeeder::configure(engine_, static_cast<double>(reader.sampleRate()), layout, channels);
-        EngineFeeder feeder(engine_, channels, request.blockFrames);
 
-        for (;;) {
-            if (cancel_.load())
-                reader.setCancel(true);
-            if (!reader.readBlock())
-                return reader.state() == AudioFileReader::StateCancelled ? finish(Cancelled, 0)
-                                                                         : finish(Failed, reader.error());
-            const int frames = reader.framesRead();
-            if (frames <= 0)
-                break;
-            if (reader.truncated()) {
-                progress_.store(reader.progress());
-                return finish(Failed, ErrorTruncated);
+        // Decoding runs on a thread of its own, a few blocks ahead of the
+        // measurement; the engine sees exactly the same blocks in order.
+        BlockPipeline pipe(channels, request.blockFrames, 4);
+        std::thread decoder([&] {
+            int state = Done, error = 0;
+            try {
+                for (;;) {
+                    if (cancel_.load())
+                        reader.setCancel(true);
+                    if (!reader.readBlock()) {
+                        const bool cancelled = reader.state() == AudioFileReader::StateCancelled;
+                        state = cancelled ? Cancelled : Failed;
+                        error = cancelled ? 0 : reader.error();
+                        break;
+                    }
+                    const int frames = reader.framesRead();
+                    if (frames <= 0)
+                        break;
+                    if (reader.truncated()) {
+                        state = Failed;
+                        error = ErrorTruncated;
+                        break;
+                    }
+                    BlockPipeline::Block* block = pipe.acquire();
+                    if (!block)
+                        break;
+                    BlockPipeline::deinterleave(reader.buffer(), frames, *block);
+                    block->progress = reader.progress();
+                    pipe.publish(block);
+                }
+                if (state == Done && reader.truncated()) {
+                    state = Failed;
+                    error = ErrorTruncated;
+                }
+            } catch (...) {
+                state = Failed;
+                error = AudioFileReader::ErrorMemory;
             }
-            feeder.feed(reader.buffer(), frames);
-            progress_.store(reader.progress());
+            pipe.close(state, error);
+        });
+        try {
+            while (BlockPipeline::Block* block = pipe.next()) {
+                engine_.ProcessBlock(block->pins.data(), block->frames);
+                progress_.store(block->progress);
+                pipe.release(block);
+            }
+        } catch (...) {
+            pipe.stop();
+            decoder.join();
+            throw;
         }
-        if (reader.truncated())
-            return finish(Failed, ErrorTruncated);
+        decoder.join();
+        if (pipe.state() != Done)
+            return finish(pipe.state(), pipe.error());
         progress_.store(100);
         return finish(Done, 0);
     } catch (const std::bad_alloc&) {
