@@ -99,6 +99,7 @@ struct EngineCore {
     alignas(32) double power[kMaxChannels][kChunk];
     alignas(32) double total[kChunk];
     alignas(32) double zeros[kChunk];
+    double* powerRows[kMaxChannels];
 
     int Processed() const {
         int n = channelCount < inputCount ? channelCount : inputCount;

@@ -24,6 +24,7 @@ constexpr double kMaxRate = 1536000.0;
 LoudnessEngine::LoudnessEngine() : core_(std::make_unique<EngineCore>()), dialogue_(std::make_unique<DialogueGate>()) {
     EngineCore& c = *core_;
     std::memset(c.zeros, 0, sizeof c.zeros);
+    for (int ch = 0; ch < kMaxChannels; ++ch) c.powerRows[ch] = c.power[ch];
     std::memset(c.power, 0, sizeof c.power);
     std::memset(c.total, 0, sizeof c.total);
     for (auto& r : c.rings) r.Clear();
@@ -296,8 +297,7 @@ void LoudnessEngine::ProcessBlock(const double* const* channels, int offset, int
     const KernelSet& k = *c.kernels;
     const double* table = c.eco ? TruePeakFilterTables().shortTapMajor : TruePeakFilterTables().longTapMajor;
     const double* src[kMaxChannels];
-    double* pw[kMaxChannels];
-    for (int ch = 0; ch < kMaxChannels; ++ch) pw[ch] = c.power[ch];
+    double* const* pw = c.powerRows;
 
     int done = 0;
     while (done < frames) {
