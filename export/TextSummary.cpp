@@ -21,7 +21,13 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* f, ...)
     return std::string(buffer, static_cast<size_t>(n));
 }
 
-std::string tenth(double value) { return format("%.1f", RoundToTenth(value)); }
+// A value that is not a number cannot be shown: the summary fails instead.
+std::string tenth(double value)
+{
+    if (!std::isfinite(value))
+        throw std::runtime_error("Error during formatting.");
+    return format("%.1f", RoundToTenth(value));
+}
 
 std::string checked(const char* buffer, size_t n)
 {

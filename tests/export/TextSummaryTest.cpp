@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace velorum {
 namespace {
 
@@ -132,6 +134,16 @@ TEST(TextSummary, RoundingIsHalfAwayFromZeroOnTheTenfold)
     const std::string text = build(in);
     EXPECT_NE(text.find("Integrated = -23.1 LUFS\n"), std::string::npos);
     EXPECT_NE(text.find("True Peak Max = 0.3 dBTP\n"), std::string::npos);
+}
+
+TEST(TextSummary, AValueThatIsNotANumberFailsTheFormatting)
+{
+    SummaryInput in = fileInput();
+    in.values.loudnessRange = std::nan("");
+    std::string text = "unchanged", error;
+    EXPECT_FALSE(BuildTextSummary(in, text, &error));
+    EXPECT_EQ(error, "Error during formatting.");
+    EXPECT_EQ(text, "unchanged");
 }
 
 TEST(TextSummary, ShortDurationForms)
