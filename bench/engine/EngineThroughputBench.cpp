@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <numbers>
+#include <string>
 #include <vector>
 
 #include "engine/LoudnessEngine.h"
@@ -64,8 +65,11 @@ double BestSeconds(F&& run) {
     return best;
 }
 
+velorum::CodePath gPath = velorum::BestCodePath();
+
 double Velorum(const Buffers& b, bool eco, double& integrated, bool perSample = false, bool dialogue = false) {
     velorum::LoudnessEngine e;
+    e.SetCodePath(gPath);
     e.SetDialogueEnabled(dialogue);
     e.SetChannelCount(b.channels);
     e.SetEcoMode(eco);
@@ -107,10 +111,16 @@ double Libebur128(const Buffers& b, double& integrated) {
 
 }  // namespace
 
-int main() {
+// Usage: velorum_engine_bench [scalar|sse2|avx2|avx512]  (default: the best the CPU has)
+int main(int argc, char** argv) {
+    if (argc > 1) {
+        for (velorum::CodePath p : {velorum::CodePath::Scalar, velorum::CodePath::Sse2, velorum::CodePath::Avx2,
+                                    velorum::CodePath::Avx512})
+            if (std::string(argv[1]) == velorum::CodePathName(p) && velorum::CodePathSupported(p)) gPath = p;
+    }
     std::printf("Loudness engine throughput vs libebur128 %d.%d.%d, %g kHz, %d s of audio, best of %d, code path %s\n",
                 EBUR128_VERSION_MAJOR, EBUR128_VERSION_MINOR, EBUR128_VERSION_PATCH, kRate / 1000.0, kSeconds, kRounds,
-                velorum::CodePathName(velorum::BestCodePath()));
+                velorum::CodePathName(gPath));
     std::printf("%-9s %-8s %16s %16s %8s\n", "channels", "mode", "velorum (x RT)", "libebur128 (x RT)", "ratio");
     for (int channels : {2, 6, 24}) {
         const Buffers b = Make(channels);
