@@ -36,6 +36,13 @@ int DialogueResampler::TapsForRate(double inputRate) {
 }
 
 void DialogueResampler::Configure(double inputRate, double outputRate) {
+  // The same rates again (a reset): keep the filter, clear the history only.
+  if (inputRate == configuredIn_ && outputRate == configuredOut_) {
+    Reset();
+    return;
+  }
+  configuredIn_ = inputRate;
+  configuredOut_ = outputRate;
   taps_ = 0;
   phases_ = 1;
   maxOut_ = 1;

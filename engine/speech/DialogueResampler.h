@@ -18,7 +18,8 @@ public:
   static int TapsForRate(double inputRate);
 
   DialogueResampler() = default;
-  // Sets up the filter for inputRate -> outputRate and clears the history.
+  // Sets up the filter for inputRate -> outputRate and clears the history
+  // (with the rates of the previous call it only clears, without allocating).
   // Rates that are not finite or not positive leave the resampler bypassed.
   void Configure(double inputRate, double outputRate);
   // Clears the history and the output clock; the filter stays.
@@ -40,6 +41,8 @@ private:
   float FilterSymmetric(const float* x) const;
   int Pass(const float* in, int count, float* out);
 
+  double configuredIn_ = -1.0;  // rates of the last Configure (NaN never matches)
+  double configuredOut_ = -1.0;
   int taps_ = 0;
   int phases_ = 1;
   // Whole-number ratios (48 kHz -> 16 kHz) only ever use phase 0, whose
