@@ -78,8 +78,10 @@ void BuildSets(Dataset& d, sc::Split split, long long hop) {
     if (set < 0) set = d.AddSet(source);
     AddStreamGated(d, s.audio, 1.0f, set, hop);
   }
-  const int sMusic = d.AddSet("music"), sEffects = d.AddSet("effects/noise");
-  for (auto& s : music) AddStreamGated(d, s.audio, 0.0f, split == sc::Split::kTrain ? sMusic : d.AddSet(s.name), hop);
+  // Music as one set for training, one set per track in the evaluation report.
+  const int sMusic = split == sc::Split::kTrain ? d.AddSet("music") : -1;
+  const int sEffects = d.AddSet("effects/noise");
+  for (auto& s : music) AddStreamGated(d, s.audio, 0.0f, sMusic >= 0 ? sMusic : d.AddSet(s.name), hop);
   for (auto& s : effects) AddStreamGated(d, s.audio, 0.0f, sEffects, hop);
   if (music.empty() || effects.empty()) return;
   const double below[] = {10.0, 15.0, 20.0};
@@ -360,6 +362,7 @@ int main(int argc, char** argv) {
   Train(w, train);
   Report("training windows (every 256 ms)", w, train);
   Report("evaluation windows (every 2 s)", w, eval);
+  std::fflush(stdout);
   Write(w, out, train.samples.size());
   std::fprintf(stderr, "wrote %s\n", out.c_str());
   return 0;
