@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "engine/ChannelLayouts.h"
+#include "engine/DialogueGate.h"
 #include "plugin/VendorQuery.h"
 #include "presets/LoudnessStandards.h"
 
@@ -65,6 +66,8 @@ void LoudnessMeterPlugin::ApplyEngineSettings() {
     mEngine.SetMomentaryWindowMs(GetParam(param::kMomentaryWindowMs)->IntValue());
   }
   mEngine.SetRelativeGateFactor(RelativeGateFactor(GetParam(param::kRelativeGate)->IntValue()));
+  mEngine.Dialogue().SetGateMode(static_cast<DialogueGateMode>(std::clamp(GetParam(param::kGateMode)->IntValue(), 0, 2)));
+  mEngine.Dialogue().SetMinDialogPercent(ParamValue(param::kMinDialogPercent));
   mTransport.mode = std::clamp(GetParam(param::kHistogramMode)->IntValue(), 0, 3);
   mTransport.resetOnJump = ParamValue(param::kResetOnJump) >= 0.5;
   mEngine.SetTimelineMode(mTransport.mode == kModeTimeCode || mTransport.mode == kModeSystem);
@@ -101,6 +104,8 @@ void LoudnessMeterPlugin::OnParamChange(int index) {
     case param::kEcoTruePeak:
     case param::kMomentaryWindowMs:
     case param::kRelativeGate:
+    case param::kGateMode:
+    case param::kMinDialogPercent:
     case param::kHistogramMode:
     case param::kResetOnJump:
     case param::kGenerator:
@@ -191,10 +196,6 @@ void LoudnessMeterPlugin::ResetMeasurement() {
   SpinLockGuard guard(Lock());
   ResetMeasurementCore(true);
   SetAllEditorControlsDirty();
-}
-
-void LoudnessMeterPlugin::OnRestoreState() {
-  IPlugBase::OnRestoreState();
 }
 
 // ------------------------------------------------------------------ processing
@@ -319,7 +320,8 @@ void LoudnessMeterPlugin::MeasureBlock(double** inputs, int frames) {
   elapsed->Set(static_cast<double>(t.position) / mEngineRate);
   InformEditorOfParamChange(param::kElapsedSeconds);
 
-  double shown = Readings().integrated;
+  // The readouts show the integrated value of the chosen gate mode.
+  double shown = mEngine.Dialogue().GatedIntegrated(Readings().integrated);
   const double selBegin = mDisplayState[0], selEnd = mDisplayState[1];
   if (selEnd > selBegin && !mRestoredShown) {
     const double blocksPerSecond = 10.0;

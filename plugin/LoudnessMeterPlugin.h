@@ -54,7 +54,6 @@ class LoudnessMeterPlugin : public IPlugVST {
   void ProcessBlock(double** inputs, double** outputs, int frames) override;
   void OnReset() override;
   void OnParamChange(int index) override;
-  void OnRestoreState() override;
   int ProcessingContext() const override;
   std::vector<double> AuxValues() const override;
   void SetAuxValues(const std::vector<double>& values) override;

@@ -18,7 +18,7 @@ inline constexpr int kMeasurementReset = 8;     // set to 1 when a pending reset
 inline constexpr int kGraphSavingKey = 9;       // with kGraphSaving == 2: history saved when 1
 inline constexpr int kUpper = 10;
 inline constexpr int kLower = 11;
-inline constexpr int kGateMode = 12;
+inline constexpr int kGateMode = 12;           // "10 LU", "DIAL ONLY", "DIAL-RELATIVE"
 inline constexpr int kTruePeakMax = 13;
 inline constexpr int kRelativeGateLU = 14;      // -10 .. -8, follows kRelativeGate
 inline constexpr int kUnitLkfs = 15;
@@ -33,6 +33,7 @@ inline constexpr int kABState = 80;             // 0 = A, 1 = B
 inline constexpr int kRestartOnLocate = 84;     // restart also in time-code mode relocations (default off)
 inline constexpr int kPaused = 88;              // measurement paused by the user
 inline constexpr int kRelativeGate = 96;        // index into {-100, -8, -10} LU
+inline constexpr int kMinDialogPercent = 97;    // "MIN DIALOG %" of DIAL-RELATIVE gating
 inline constexpr int kEcoTruePeak = 99;         // "Eco True Peak Mode"
 inline constexpr int kMomentaryWindowMs = 101;  // momentary window length, 400 ms
 inline constexpr int kGenerator = 104;          // internal signal: 0 off, 1 1 kHz sine, 2 pink noise 500 Hz-2 kHz
