@@ -17,6 +17,11 @@ const IGuiScaleItem kGuiScaleItems[13] = {
 const char* const kGraphsRefreshRateItems[7] = {"EXTREMELY LOW", "VERY LOW", "LOW", "NORMAL",
                                                 "HIGH",          "VERY HIGH", "MAX"};
 
+int GraphsTicksPerFrame(int index) {
+  static const int ticks[7] = {32, 16, 8, 5, 3, 2, 1};
+  return index >= 0 && index < 7 ? ticks[index] : ticks[3];
+}
+
 float GuiScaleForIndex(int index) {
   for (const auto& item : kGuiScaleItems)
     if (item.index == index) return item.scale;

@@ -24,8 +24,14 @@ float GuiScaleForIndex(int index);
 // The stored index of a scale; -1 when no item has it (a custom scale).
 int GuiScaleIndexFor(float scale);
 
-// "GRAPHS REFRESH RATE": seven items, index 0 to 6.
+// "GRAPHS REFRESH RATE": seven items, index 0 to 6, kept in the global
+// setting "GUI Refresh Rate". The window timer never changes; the graphs draw
+// on every n-th tick of it.
 extern const char* const kGraphsRefreshRateItems[7];
+inline constexpr const char* kGuiRefreshRateSetting = "GUI Refresh Rate";
+// Timer ticks per graph frame for an item (6 ms ticks: 32 -> about 5 frames a
+// second, 1 -> every tick); out-of-range indices count as "NORMAL".
+int GraphsTicksPerFrame(int index);
 inline constexpr const char* kGraphsRefreshRateTooltip =
     "Adjust the refresh rate of the graphs. Pro Tip: Lowering the refresh rate can help conserve resources on slower "
     "computers.";

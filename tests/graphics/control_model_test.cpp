@@ -128,6 +128,9 @@ TEST(GuiScaleMenus, ItemsKeepTheirStoredIndices) {
   EXPECT_FLOAT_EQ(GuiScaleForIndex(99), 1.f);
   const char* rates[] = {"EXTREMELY LOW", "VERY LOW", "LOW", "NORMAL", "HIGH", "VERY HIGH", "MAX"};
   for (int i = 0; i < 7; ++i) EXPECT_STREQ(kGraphsRefreshRateItems[i], rates[i]);
+  for (int i = 1; i < 7; ++i) EXPECT_LT(GraphsTicksPerFrame(i), GraphsTicksPerFrame(i - 1));  // higher is faster
+  EXPECT_EQ(GraphsTicksPerFrame(6), 1);
+  EXPECT_EQ(GraphsTicksPerFrame(-1), GraphsTicksPerFrame(3));
 }
 
 TEST(GuiScaleFile, WrittenOnlyWhenTheScaleReallyChanges) {
