@@ -106,9 +106,13 @@ manifest="$cache/manifest.txt"
 : > "$manifest.tmp"
 todo="$cache/todo.tmp"
 : > "$todo"
+declare -A seen=()
 while IFS=$'\t' read -r class group f; do
   rel=${f#"$x/"}
   out="$cache/pcm/${rel%.*}.raw"
+  # The same sound shipped in two formats (name.ogg and name.wav): keep one.
+  [ -n "${seen[$out]:-}" ] && continue
+  seen[$out]=1
   printf '%s %s %s\n' "$class" "$group" "$out" >> "$manifest.tmp"
   [ -s "$out" ] || printf '%s\t%s\n' "$f" "$out" >> "$todo"
 done < "$list"
