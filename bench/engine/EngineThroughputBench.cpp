@@ -21,7 +21,7 @@ namespace {
 constexpr double kRate = 48000.0;
 constexpr int kSeconds = 10;
 constexpr int kBlock = 1024;
-constexpr int kRounds = 3;
+constexpr int kRounds = 5;
 
 struct Buffers {
     int channels = 0;
