@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "EngineTestSignals.h"
+#include "history/Distributions.h"
 
 namespace velorum::test {
 namespace {
@@ -34,6 +35,35 @@ TEST(Timeline, PlayingThePassageTwiceReadsAsOnePass) {
     EXPECT_EQ(twice.History().Size100(), 120u);
     EXPECT_EQ(twice.History().Size10(), 1200u);
     EXPECT_TRUE(twice.History().replacedLoudness.replaced);
+}
+
+TEST(Timeline, DistributionsCountAReplayedPassageOnce) {
+    const Signal s = Varying(8.0);
+    LoudnessEngine e;
+    e.SetTimelineMode(true);
+    Prepare(e, s);
+    LoudnessDistribution loudness;
+    TruePeakDistribution peak;
+    auto update = [&](int) {
+        EngineLock lock(e.Mutex());
+        loudness.Update(e.History());
+        peak.Update(e.History());
+    };
+    auto total = [](const Distribution& d) {
+        float sum = 0.0f;
+        for (int i = 0; i < d.BinCount(); ++i) sum += d.Bins()[i];
+        return sum;
+    };
+    Feed(e, s, 480, update);  // one block per 10 ms: every 100 ms step is seen
+    EXPECT_EQ(total(loudness), 80.0f);
+    EXPECT_EQ(total(peak), 80.0f);
+    const std::array<float, Distribution::kBinCount> once = loudness.bins;
+    e.RestartSignalChain();
+    e.MoveTimelineOrigin(0);
+    Feed(e, s, 480, update);
+    EXPECT_EQ(total(loudness), 80.0f);  // moved from old bins to new ones, not added twice
+    EXPECT_EQ(total(peak), 80.0f);
+    EXPECT_EQ(loudness.bins, once);
 }
 
 TEST(Timeline, ForwardJumpFillsTheGapAndResetEmptiesEverything) {
