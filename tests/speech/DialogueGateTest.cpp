@@ -32,6 +32,23 @@ std::vector<double> Speech48k(double seconds, double gain = 1.0) {
   return out;
 }
 
+// The espeak-ng clip at any rate (linear interpolation), looped with 0.3 s
+// pauses to `seconds`.
+std::vector<double> SpeechAt(double rate, double seconds, double gain = 1.0) {
+  const std::vector<float> clip = testsignals::EspeakDialogue16k();
+  const auto clipLength = static_cast<std::size_t>(static_cast<double>(clip.size() - 1) * rate / 16000.0);
+  std::vector<double> once(clipLength + static_cast<std::size_t>(0.3 * rate), 0.0);
+  for (std::size_t i = 0; i < clipLength; ++i) {
+    const double t = static_cast<double>(i) * 16000.0 / rate;
+    const auto k = static_cast<std::size_t>(t);
+    const double f = t - static_cast<double>(k);
+    once[i] = gain * (static_cast<double>(clip[k]) * (1.0 - f) + static_cast<double>(clip[k + 1]) * f);
+  }
+  std::vector<double> out(static_cast<std::size_t>(seconds * rate));
+  for (std::size_t i = 0; i < out.size(); ++i) out[i] = once[i % once.size()];
+  return out;
+}
+
 // Sustained harmonic chords changing every second, with a little noise: music
 // without any voice.
 std::vector<double> Music48k(double seconds, double gain = 0.25, unsigned seed = 1) {
@@ -204,6 +221,36 @@ TEST(DialogueGate, PlayingAPassageTwiceOnTheTimelineCountsItOnce) {
   EXPECT_NEAR(m.engine.SpeechContent(), contentOnce, 0.02);
   std::lock_guard<EngineMutex> lock(m.engine.Mutex());
   EXPECT_EQ(m.engine.History().dialogueMomentaryPower.size(), 150u);
+}
+
+TEST(DialogueGate, RecognisesSpeechAtOtherSampleRates) {
+  // Dialogue at other rates goes through the fractional, whole-number and
+  // upsampling paths of the resampler; music stays music.
+  for (double rate : {44100.0, 96000.0, 32000.0, 11025.0}) {
+    SCOPED_TRACE(rate);
+    LoudnessEngine e;
+    e.SetChannelCount(2);
+    e.SetInputCount(2);
+    e.SetSampleRate(rate);
+    e.Reset();
+    const std::vector<double> l = SpeechAt(rate, 14.0), r = SpeechAt(rate, 14.0, 0.6);
+    const double* p[2];
+    for (std::size_t at = 0; at + 480 <= l.size(); at += 480) {
+      p[0] = l.data() + at;
+      p[1] = r.data() + at;
+      e.ProcessBlock(p, 480);
+    }
+    EXPECT_GT(e.SpeechContent(), 0.5);
+    EXPECT_GT(e.IntegratedDialogue(), -40.0);
+    e.Reset();
+    const std::vector<double> ml = Music48k(10.0), mr = Music48k(10.0, 0.2, 5);
+    for (std::size_t at = 0; at + 480 <= ml.size(); at += 480) {
+      p[0] = ml.data() + at;
+      p[1] = mr.data() + at;
+      e.ProcessBlock(p, 480);
+    }
+    EXPECT_EQ(e.SpeechContent(), 0.0);
+  }
 }
 
 TEST(DialogueGate, ResetAndHostileInput) {
