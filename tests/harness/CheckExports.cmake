@@ -1,0 +1,21 @@
+# Fails unless the plug-in binary exports VSTPluginMain and nothing else of
+# ours. Run as: cmake -DBINARY=... -DTOOL=<nm or objdump> -DWINDOWS=<bool> -P CheckExports.cmake
+if(WINDOWS)
+  execute_process(COMMAND ${TOOL} -p ${BINARY} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+  string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table\n([^\n]+\n)*" table "${dump}")
+  string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_@]*" names "${table}")
+  list(TRANSFORM names REPLACE "^\\[ *[0-9]+\\] " "")
+else()
+  execute_process(COMMAND ${TOOL} -D --defined-only ${BINARY} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+  string(REGEX MATCHALL " [TDBRVW] [^\n]+" names "${dump}")
+  list(TRANSFORM names REPLACE "^ [TDBRVW] " "")
+  # Symbols every shared object carries.
+  list(REMOVE_ITEM names _edata _end __bss_start _init _fini)
+endif()
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "cannot list the symbols of ${BINARY}")
+endif()
+if(NOT names STREQUAL "VSTPluginMain")
+  message(FATAL_ERROR "${BINARY} exports: ${names}")
+endif()
+message(STATUS "${BINARY} exports only VSTPluginMain")
