@@ -127,13 +127,13 @@ void DialogueGate::Process(const double* const* raw, int offset, int frames, con
         const int n = std::min(kChunk, frames - done);
         if (classifierCount_ == 1) {
             // One classifier for the mono sum; one window pair for the summed power.
-            double* sum = powerScratch_.data();
-            float* mono = monoScratch_.data();
-            const double* p0 = powers[channel_[0]] + done;
-            const double* x0 = raw[channel_[0]] + offset + done;
+            double* __restrict sum = powerScratch_.data();
+            float* __restrict mono = monoScratch_.data();
+            const double* __restrict p0 = powers[channel_[0]] + done;
+            const double* __restrict x0 = raw[channel_[0]] + offset + done;
             if (dialogueCount_ == 2) {
-                const double* p1 = powers[channel_[1]] + done;
-                const double* x1 = raw[channel_[1]] + offset + done;
+                const double* __restrict p1 = powers[channel_[1]] + done;
+                const double* __restrict x1 = raw[channel_[1]] + offset + done;
                 for (int i = 0; i < n; ++i) {
                     sum[i] = p0[i] + p1[i];
                     mono[i] = static_cast<float>(0.5 * (x0[i] + x1[i]));

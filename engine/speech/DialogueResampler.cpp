@@ -141,7 +141,11 @@ int DialogueResampler::Pass(const float* in, int count, float* out) {
   int produced = 0;
   // An output at time whole + fraction uses the inputs whole - taps/2 + 1 ..
   // whole + taps/2, so it can be made once input whole + taps/2 is here.
-  for (;;) {
+  if (symmetric_) {  // whole-number ratio: the fraction stays 0
+    for (; nextWhole_ + half <= newest; nextWhole_ += stepWhole_)
+      out[produced++] = FilterSymmetric(buf + (nextWhole_ - half + 1 - base_));
+  }
+  while (!symmetric_) {
     int phase = static_cast<int>(nextFrac_ * phases_ + 0.5);
     long long whole = nextWhole_;
     if (phase >= phases_) {  // the fraction rounds up to the next whole sample
