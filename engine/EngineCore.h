@@ -100,6 +100,10 @@ struct EngineCore {
     alignas(32) double total[kChunk];
     alignas(32) double zeros[kChunk];
     double* powerRows[kMaxChannels];
+    // Samples gathered by ProcessSample, not yet run.
+    alignas(32) double pending[kMaxChannels][kChunk];
+    const double* pendingRows[kMaxChannels];
+    int pendingCount = 0;
 
     int Processed() const {
         int n = channelCount < inputCount ? channelCount : inputCount;

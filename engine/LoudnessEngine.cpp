@@ -24,7 +24,11 @@ constexpr double kMaxRate = 1536000.0;
 LoudnessEngine::LoudnessEngine() : core_(std::make_unique<EngineCore>()), dialogue_(std::make_unique<DialogueGate>()) {
     EngineCore& c = *core_;
     std::memset(c.zeros, 0, sizeof c.zeros);
-    for (int ch = 0; ch < kMaxChannels; ++ch) c.powerRows[ch] = c.power[ch];
+    for (int ch = 0; ch < kMaxChannels; ++ch) {
+        c.powerRows[ch] = c.power[ch];
+        c.pendingRows[ch] = c.pending[ch];
+    }
+    std::memset(c.pending, 0, sizeof c.pending);
     std::memset(c.power, 0, sizeof c.power);
     std::memset(c.total, 0, sizeof c.total);
     for (auto& r : c.rings) r.Clear();
@@ -45,6 +49,7 @@ LoudnessEngine::~LoudnessEngine() = default;
 // ---------------------------------------------------------------- configuration
 
 void LoudnessEngine::SetSampleRate(double rate) {
+    Flush();
     if (!(rate > 0.0) || !(rate <= kMaxRate)) return;  // refused: NaN, negative, absurd
     core_->rate = rate;
     RestartSignalChain();
@@ -53,6 +58,7 @@ void LoudnessEngine::SetSampleRate(double rate) {
 double LoudnessEngine::SampleRate() const { return core_->rate; }
 
 void LoudnessEngine::RestartSignalChain() {
+    Flush();
     EngineCore& c = *core_;
     c.step100 = static_cast<int>(c.rate / 10.0);
     c.step10 = static_cast<int>(c.rate / 100.0);
@@ -92,6 +98,7 @@ void LoudnessEngine::RestartSignalChain() {
 void LoudnessEngine::Reset() {
     EngineLock lock(mutex_);
     EngineCore& c = *core_;
+    c.pendingCount = 0;  // gathered samples belong to the measurement being cleared
     for (int ch = 0; ch < kMaxChannels; ++ch) {
         c.channelPeak[static_cast<std::size_t>(ch)] = -120.0;
         c.channelPeakMax[static_cast<std::size_t>(ch)] = -120.0;
@@ -131,6 +138,7 @@ void LoudnessEngine::Reset() {
 }
 
 void LoudnessEngine::SetLayout(int layoutIndex) {
+    Flush();
     const ChannelLayout& l = LayoutAt(layoutIndex);
     core_->layout = l.index;
     core_->channelCount = l.channelCount;
@@ -145,6 +153,7 @@ void LoudnessEngine::SetChannelCount(int channels) { SetLayout(LayoutForChannelC
 int LoudnessEngine::ChannelCount() const { return core_->channelCount; }
 
 void LoudnessEngine::SetChannelWeights(const double* weights, int count) {
+    Flush();
     for (int ch = 0; ch < kMaxChannels; ++ch) {
         const double w = (weights != nullptr && ch < count) ? weights[ch] : 0.0;
         core_->bank.weight[ch] = std::isfinite(w) ? w : 0.0;
@@ -156,6 +165,7 @@ double LoudnessEngine::ChannelWeight(int channel) const {
 }
 
 void LoudnessEngine::SetInputCount(int inputs) {
+    Flush();
     core_->inputCount = std::clamp(inputs, 0, kMaxChannels);
     dialogue_->Configure(core_->rate, core_->Processed(), core_->layout);
 }
@@ -163,6 +173,7 @@ void LoudnessEngine::SetInputCount(int inputs) {
 int LoudnessEngine::ProcessedChannels() const { return core_->Processed(); }
 
 void LoudnessEngine::SetEcoMode(bool on) {
+    Flush();
     core_->eco = on;
     core_->taps = on ? kShortTapsPerPhase : kLongTapsPerPhase;
 }
@@ -170,6 +181,7 @@ void LoudnessEngine::SetEcoMode(bool on) {
 bool LoudnessEngine::EcoMode() const { return core_->eco; }
 
 void LoudnessEngine::SetMomentaryWindowMs(int ms) {
+    Flush();
     EngineCore& c = *core_;
     c.momentaryMs = std::clamp(ms, 1, 60000);
     c.momentary.Resize(static_cast<int>(std::floor(c.momentaryMs * c.rate * 0.001)));
@@ -178,12 +190,14 @@ void LoudnessEngine::SetMomentaryWindowMs(int ms) {
 int LoudnessEngine::MomentaryWindowMs() const { return core_->momentaryMs; }
 
 void LoudnessEngine::SetRelativeGateFactor(double factor) {
+    Flush();
     if (std::isfinite(factor) && factor >= 0.0) core_->relativeGate = factor;
 }
 
 double LoudnessEngine::RelativeGateFactor() const { return core_->relativeGate; }
 
 void LoudnessEngine::SetDialogueEnabled(bool on) {
+    Flush();
     if (on && !core_->dialogue) {
         dialogue_->Configure(core_->rate, core_->Processed(), core_->layout);
         dialogue_->Reset();
@@ -193,10 +207,14 @@ void LoudnessEngine::SetDialogueEnabled(bool on) {
 
 bool LoudnessEngine::DialogueEnabled() const { return core_->dialogue; }
 
-void LoudnessEngine::SetPaused(bool paused) { core_->paused = paused; }
+void LoudnessEngine::SetPaused(bool paused) {
+    if (paused != core_->paused) Flush();
+    core_->paused = paused;
+}
 bool LoudnessEngine::Paused() const { return core_->paused; }
 
 void LoudnessEngine::SetTimelineMode(bool on) {
+    Flush();
     EngineLock lock(mutex_);
     core_->timeline = on;
     history_.timelineMode = on;
@@ -204,17 +222,24 @@ void LoudnessEngine::SetTimelineMode(bool on) {
 
 bool LoudnessEngine::TimelineMode() const { return core_->timeline; }
 
-void LoudnessEngine::SetTimelinePosition(std::int64_t samples) { core_->position = std::max<std::int64_t>(samples, 0); }
+void LoudnessEngine::SetTimelinePosition(std::int64_t samples) {
+    samples = std::max<std::int64_t>(samples, 0);
+    if (samples == core_->position + core_->pendingCount) return;  // where the next sample goes anyway
+    Flush();
+    core_->position = samples;
+}
 
-std::int64_t LoudnessEngine::TimelinePosition() const { return core_->position; }
+std::int64_t LoudnessEngine::TimelinePosition() const { return core_->position + core_->pendingCount; }
 
 void LoudnessEngine::MoveTimelineOrigin(std::int64_t samples) {
+    Flush();
     core_->position = std::max<std::int64_t>(samples, 0);
     core_->count10 = 0;
     core_->count100 = 0;
 }
 
 bool LoudnessEngine::SetCodePath(CodePath path) {
+    Flush();
     if (!CodePathSupported(path)) return false;
     core_->path = path;
     core_->kernels = &Kernels(path);
@@ -284,13 +309,39 @@ LoudnessResult LoudnessEngine::Result() const {
 // ---------------------------------------------------------------- processing
 
 void LoudnessEngine::ProcessSample(const double* const* channels, int index) {
-    if (index < 0) return;
-    ProcessBlock(channels, index, 1);
+    if (channels == nullptr || index < 0) return;
+    EngineCore& c = *core_;
+    const int nch = c.Processed();
+    const int k = c.pendingCount;
+    for (int ch = 0; ch < nch; ++ch) c.pending[ch][k] = channels[ch] != nullptr ? channels[ch][index] : 0.0;
+    c.pendingCount = k + 1;
+    // Run the gathered samples at the end of a step (or a full buffer), so
+    // that every reading and history entry appears at the same sample as if
+    // each sample had been run on its own.
+    int limit = EngineCore::kChunk;
+    if (c.step10 > 0) limit = std::min(limit, c.step10 - c.count10);
+    if (c.step100 > 0) limit = std::min(limit, c.step100 - c.count100);
+    if (c.pendingCount >= limit) Flush();
+    else c.publishedMeasured.store(c.measured + c.pendingCount, std::memory_order_relaxed);
+}
+
+void LoudnessEngine::Flush() {
+    EngineCore& c = *core_;
+    const int n = c.pendingCount;
+    if (n == 0) return;
+    c.pendingCount = 0;
+    Run(c.pendingRows, 0, n);
 }
 
 void LoudnessEngine::ProcessBlock(const double* const* channels, int frames) { ProcessBlock(channels, 0, frames); }
 
 void LoudnessEngine::ProcessBlock(const double* const* channels, int offset, int frames) {
+    if (channels == nullptr || frames <= 0 || offset < 0) return;
+    Flush();
+    Run(channels, offset, frames);
+}
+
+void LoudnessEngine::Run(const double* const* channels, int offset, int frames) {
     if (channels == nullptr || frames <= 0 || offset < 0) return;
     EngineCore& c = *core_;
     const int nch = c.Processed();

@@ -128,6 +128,9 @@ public:
 
     // ---- processing ----
     // One sample instant: channels[c][index] for c < ProcessedChannels().
+    // The samples are gathered and run through the chain together when a
+    // 10 ms step completes (or a setting changes), so readings and history
+    // are exactly those of a sample-by-sample run, at block speed.
     void ProcessSample(const double* const* channels, int index);
     // frames sample instants 0 .. frames-1; identical to calling
     // ProcessSample for each index in turn. Non-positive frames do nothing.
@@ -185,6 +188,10 @@ public:
     DialogueGate& Dialogue() { return *dialogue_; }
 
 private:
+    // Runs frames sample instants from offset through the chain.
+    void Run(const double* const* channels, int offset, int frames);
+    // Runs the samples gathered by ProcessSample.
+    void Flush();
     // End of a 10 ms and/or 100 ms step at timeline position `last`.
     void EndOfStep(std::int64_t last, bool end10, bool end100);
     void Step10(std::int64_t last, double momentaryPower, double shortTermPower);
