@@ -17,10 +17,17 @@ void DropDownMenu::Open(const std::vector<MenuItem>& items, const IRECT& anchor,
   mHover = -1;
   const float W = float(ui->Width()), H = float(ui->Height());
   SetBounds(IRECT(0.f, 0.f, W, H));  // catches the click that closes it
+  mList = Place(mItems, anchor, W, H);
+  Hide(false);
+  SetDirty();
+  ui->SetAllControlsDirty();
+}
+
+IRECT DropDownMenu::Place(const std::vector<MenuItem>& items, const IRECT& anchor, float W, float H) {
   float width = std::max(anchor.W(), 150.f);
-  for (const MenuItem& item : mItems) width = std::max(width, 24.f + 6.2f * float(item.text.size()));
+  for (const MenuItem& item : items) width = std::max(width, 24.f + 6.2f * float(item.text.size()));
   width = std::min(width, W - 8.f);
-  const float full = kItemHeight * float(mItems.size()) + 8.f;
+  const float full = kItemHeight * float(items.size()) + 8.f;
   const float below = H - anchor.B - 4.f, above = anchor.T - 4.f;
   float top = anchor.B, height = std::min(full, below);
   if (full > below && above > below) {
@@ -30,10 +37,7 @@ void DropDownMenu::Open(const std::vector<MenuItem>& items, const IRECT& anchor,
   height = std::max(height, std::min(full, 4.f * kItemHeight));
   top = std::clamp(top, 2.f, std::max(2.f, H - height - 2.f));
   const float left = std::clamp(anchor.L, 4.f, std::max(4.f, W - width - 4.f));
-  mList = IRECT(left, top, left + width, top + height);
-  Hide(false);
-  SetDirty();
-  ui->SetAllControlsDirty();
+  return IRECT(left, top, left + width, top + height);
 }
 
 void DropDownMenu::Close() {

@@ -22,6 +22,9 @@ class DropDownMenu : public MeterControl {
   // Chooses an item as a click on it would (tests and keyboard).
   bool Choose(int id);
   const std::vector<MenuItem>& Items() const { return mItems; }
+  // Where the list of `items` opens under (or above) `anchor` in an editor
+  // of width W and height H.
+  static IRECT Place(const std::vector<MenuItem>& items, const IRECT& anchor, float W, float H);
   // The rectangle of the list, and of the item at position i, in editor units.
   IRECT ListRect() const { return mList; }
   IRECT ItemRect(size_t i) const;
