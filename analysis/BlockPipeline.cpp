@@ -90,11 +90,22 @@ int BlockPipeline::error() const
 void BlockPipeline::deinterleave(const float* interleaved, int frames, Block& block)
 {
     const size_t channels = block.planes.size();
-    for (size_t c = 0; c < channels; ++c) {
-        double* plane = block.planes[c].data();
-        const float* in = interleaved + c;
-        for (int f = 0; f < frames; ++f)
-            plane[f] = static_cast<double>(in[static_cast<size_t>(f) * channels]);
+    const size_t n = static_cast<size_t>(frames);
+    if (channels == 2) {
+        // The common case, read once in order.
+        double* left = block.planes[0].data();
+        double* right = block.planes[1].data();
+        for (size_t f = 0; f < n; ++f) {
+            left[f] = static_cast<double>(interleaved[2 * f]);
+            right[f] = static_cast<double>(interleaved[2 * f + 1]);
+        }
+    } else {
+        for (size_t c = 0; c < channels; ++c) {
+            double* plane = block.planes[c].data();
+            const float* in = interleaved + c;
+            for (size_t f = 0; f < n; ++f)
+                plane[f] = static_cast<double>(in[f * channels]);
+        }
     }
     block.frames = frames;
 }
