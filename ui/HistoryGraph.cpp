@@ -267,8 +267,11 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
     g.line_to(x, p.B + 3.0);
     g.set_color(t.grid);
     g.stroke();
-    DrawLabel(g, FormatAxisTime(s, mode, fps, m.SystemStartSeconds(), step < 1.0), x - 45.0, p.B + 3.0, 90.0, kAxisH,
-              8.5, t.dim, tg_align::center, "OpenSans-Regular");
+    // Labels stay inside the panel: the last one is right-aligned to the plot.
+    const double labelX = std::clamp(x - 45.0, r.L + 2.0, p.R - 90.0 + 8.0);
+    const tg_align align = labelX > x - 45.0 ? tg_align::left : labelX < x - 45.0 ? tg_align::right : tg_align::center;
+    DrawLabel(g, FormatAxisTime(s, mode, fps, m.SystemStartSeconds(), step < 1.0), labelX, p.B + 3.0, 90.0, kAxisH, 8.5,
+              t.dim, align, "OpenSans-Regular");
   }
 
   g.save();
@@ -305,7 +308,7 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
       }
     }
     (void)firstX;
-    g.set_color(WithAlpha(t.momentary, 0.35));
+    g.set_color(WithAlpha(t.momentary, 0.28));
     g.fill();
   }
   auto line = [&](const std::vector<double>& values, const tg_color& color, double width) {

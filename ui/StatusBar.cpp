@@ -80,7 +80,8 @@ void StatusBar::Draw(tgraphics& g) {
     DrawLabel(g, "CANCEL", c.L, c.T, c.W(), c.H(), size * 0.9, t.text, tg_align::center);
     DrawLabel(g, std::to_string(mProgress) + " %", c.R + 6.0, r.T, 50.0, r.H(), size, t.text);
   }
-  DrawLabel(g, TimeText(), r.R - 260.0, r.T, 250.0, r.H(), size, t.text, tg_align::right, "Roboto-Regular");
+  // Clear of the resize corner at the right.
+  DrawLabel(g, TimeText(), r.R - 290.0, r.T, 262.0, r.H(), size, t.text, tg_align::right, "Roboto-Regular");
 }
 
 void StatusBar::OnMouseDown(float x, float y, const IMouseMod& mod) {

@@ -197,3 +197,49 @@ TEST(EditorLayout, ScalesFromInsertToFullScreen) {
 
 }  // namespace
 }  // namespace velorum::testing
+
+namespace velorum::testing {
+namespace {
+
+// A moving programme under the EBU R128 preset, drawn in both themes, as an
+// insert-sized window and with the settings page open. The pictures are the
+// documentation's screenshots.
+TEST(EditorScreenshots, ProgrammeInBothThemesAndSizes) {
+  MeterFixture meter("screenshots");
+  meter.Plugin().ApplyStandardIndex(1);  // "EBU R128"
+  meter.PlayProgramme(150.0);
+  ui::MeterEditor& ed = meter.Editor();
+  ed.Model().SetSelection(40.0, 70.0);
+  for (int dark = 1; dark >= 0; --dark) {
+    ed.Settings().theme = dark;
+    ed.ApplyTheme();
+    cairo_surface_t* s = meter.Render(1.0);
+    EXPECT_TRUE(tg_write_png(s, OutputPath(dark ? "docs-editor-dark.png" : "docs-editor-white.png")));
+    cairo_surface_destroy(s);
+  }
+  ed.Settings().theme = 1;
+  ed.ApplyTheme();
+  ed.ToggleSettings();
+  cairo_surface_t* s = meter.Render(1.0);
+  EXPECT_TRUE(tg_write_png(s, OutputPath("docs-editor-settings.png")));
+  cairo_surface_destroy(s);
+  ed.ToggleSettings();
+  EXPECT_FALSE(ed.SettingsShown());
+
+  // Insert-sized: the readouts and bars only.
+  ed.Graphics().SetEditorSize(420, 280);
+  s = meter.Render(1.0);
+  EXPECT_TRUE(ed.Graph().IsHidden());
+  EXPECT_FALSE(ed.Readout().IsHidden());
+  EXPECT_LE(ed.Readout().GetRECT().R, 420.f);
+  EXPECT_EQ(ed.Rect().right, 420);
+  EXPECT_TRUE(tg_write_png(s, OutputPath("docs-editor-small.png")));
+  cairo_surface_destroy(s);
+  ed.Graphics().SetEditorSize(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight);
+  s = meter.Render(1.0);
+  cairo_surface_destroy(s);
+  EXPECT_FALSE(ed.Graph().IsHidden());
+}
+
+}  // namespace
+}  // namespace velorum::testing

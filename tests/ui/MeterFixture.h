@@ -5,6 +5,7 @@
 #include <cairo.h>
 
 #include <cmath>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -60,6 +61,12 @@ class MeterFixture {
       for (int i = 0; i < n; ++i) {
         l[size_t(i)] = r[size_t(i)] = amp * std::sin(2.0 * M_PI * 1000.0 * double(phase_++) / rate_);
       }
+      Feed(l, r, n);
+    }
+  }
+
+  void Feed(std::vector<double>& l, std::vector<double>& r, int n) {
+    {
       // Every pin connected, as hosts do; the channels past the stereo pair are silent.
       const vst::AEffect* e = &plugin_->AEffectRecord();
       const size_t pins = size_t(std::max(2, int(std::max(e->numInputs, e->numOutputs))));
@@ -70,6 +77,31 @@ class MeterFixture {
       in[0] = l.data();
       in[1] = r.data();
       plugin_->ProcessBlock(in.data(), out.data(), n);
+    }
+  }
+
+  // A programme that moves like speech and music: a mixture of tones whose
+  // level wanders between about -40 and -12 dBFS, with short pauses.
+  void PlayProgramme(double seconds) {
+    const int frames = static_cast<int>(seconds * rate_);
+    std::vector<double> l(512), r(512);
+    double level = -24.0;
+    unsigned seed = 12345u;
+    for (int done = 0; done < frames; done += 512) {
+      const int n = std::min(512, frames - done);
+      seed = seed * 1103515245u + 12345u;
+      level = std::clamp(level + (double((seed >> 16) & 1023) / 1023.0 - 0.5) * 1.2, -40.0, -12.0);
+      const double t0 = double(done) / rate_;
+      const bool pause = std::fmod(t0, 17.0) > 15.5;
+      const double amp = pause ? 0.0 : std::pow(10.0, level / 20.0);
+      for (int i = 0; i < n; ++i) {
+        const double t = double(phase_++) / rate_;
+        const double v = amp * (0.6 * std::sin(2.0 * M_PI * 220.0 * t) + 0.3 * std::sin(2.0 * M_PI * 1375.0 * t) +
+                                0.2 * std::sin(2.0 * M_PI * 3150.0 * t));
+        l[size_t(i)] = v;
+        r[size_t(i)] = v * 0.8;
+      }
+      Feed(l, r, n);
     }
   }
 
