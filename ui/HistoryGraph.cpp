@@ -177,6 +177,20 @@ void HistoryGraph::OnMouseWheel(float x, float, const IMouseMod& mod, float d) {
   Zoom(std::pow(1.25, double(d)), x);
 }
 
+void HistoryGraph::OnMouseOver(float x, float y, const IMouseMod&) {
+  const IRECT p = PlotRect();
+  const float hover = p.Contains(x, y) ? x : -1.f;
+  if (hover != mHoverX) {
+    mHoverX = hover;
+    SetDirty();
+  }
+}
+
+void HistoryGraph::OnMouseOut() {
+  mHoverX = -1.f;
+  SetDirty();
+}
+
 void HistoryGraph::Draw(tgraphics& g) { DrawInto(g, true); }
 
 void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
@@ -333,6 +347,36 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
   if (mShown[kShortTerm]) line(sLast, t.shortTerm, 1.6);
   if (mShown[kIntegrated]) line(iLast, t.integrated, 1.8);
   g.restore();
+
+  // The values under the pointer.
+  if (interactive && mHoverX >= 0.f) {
+    const int c = std::clamp(static_cast<int>((double(mHoverX) - p.L) / dx), 0, columns - 1);
+    const double x = std::round(p.L + (c + 0.5) * dx) + 0.5;
+    g.new_path();
+    g.move_to(x, p.T);
+    g.line_to(x, p.B);
+    g.set_line_style(1.0);
+    g.set_color(WithAlpha(t.text, 0.6));
+    g.stroke();
+    const double at = mViewStart + mViewLength * (c + 0.5) / columns;
+    const std::string lines[5] = {FormatAxisTime(at, mode, fps, m.SystemStartSeconds(), true),
+                                  "M  " + FormatLoudness(std::isnan(mMax[size_t(c)]) ? -120.0 : mMax[size_t(c)]),
+                                  "S  " + FormatLoudness(std::isnan(sLast[size_t(c)]) ? -120.0 : sLast[size_t(c)]),
+                                  "I  " + FormatLoudness(std::isnan(iLast[size_t(c)]) ? -120.0 : iLast[size_t(c)]),
+                                  "TP " + FormatLoudness(std::isnan(tpMax[size_t(c)]) ? -120.0 : tpMax[size_t(c)])};
+    const double bw = 92.0, bh = 5 * 13.0 + 8.0;
+    const double bx = x + 8.0 + bw < p.R ? x + 8.0 : x - 8.0 - bw, by = p.T + 6.0;
+    g.new_path();
+    g.rounded_rectangle(bx, by, bw, bh, 4.0);
+    g.set_color(WithAlpha(t.menu, 0.92));
+    g.fill_preserve();
+    g.set_color(t.panelEdge);
+    g.stroke();
+    const tg_color colors5[5] = {t.text, t.momentary, t.shortTerm, t.integrated, t.truePeak};
+    for (int i = 0; i < 5; ++i)
+      DrawLabel(g, lines[i], bx + 6.0, by + 4.0 + i * 13.0, bw - 12.0, 13.0, 8.5, colors5[i], tg_align::left,
+                "Roboto-Regular");
+  }
 
   // Plot frame.
   g.new_path();

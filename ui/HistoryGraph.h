@@ -25,6 +25,8 @@ class HistoryGraph : public MeterControl {
   void OnMouseUp(float x, float y, const IMouseMod& mod) override;
   void OnMouseDblClick(float x, float y, const IMouseMod& mod) override;
   void OnMouseWheel(float x, float y, const IMouseMod& mod, float d) override;
+  void OnMouseOver(float x, float y, const IMouseMod& mod) override;
+  void OnMouseOut() override;
 
   // The measured length in seconds (from the 10 ms history).
   double TotalSeconds() const;
@@ -57,6 +59,7 @@ class HistoryGraph : public MeterControl {
   double mDragAnchor = 0.0;
   bool mDragMoved = false;
   double mLow = -60.0, mHigh = 0.0;
+  float mHoverX = -1.f;  // the pointer over the plot, -1 when away
 };
 
 }  // namespace velorum::ui

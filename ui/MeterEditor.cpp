@@ -256,6 +256,7 @@ void MeterEditor::Close() {
 }
 
 void MeterEditor::SetContentScale(float scale) {
+  std::lock_guard<std::recursive_mutex> guard(mGraphics->GetLock());
   if (scale > 0.f && std::isfinite(scale)) mGraphics->SetScreenScale(scale);
 }
 
@@ -275,7 +276,12 @@ bool MeterEditor::AnalysisRunning() const { return mAnalysis->Poll() == FileAnal
 void MeterEditor::OnFrame() {
   const auto now = Clock::now();
   ApplyLayout();
-  if (mAllDirty.exchange(false) || mParamsChanged.exchange(false)) RedrawAll();
+  if (mAllDirty.exchange(false)) {
+    // A restored state brings its own selection.
+    mModel->ReloadDisplayState();
+    RedrawAll();
+  }
+  if (mParamsChanged.exchange(false)) RedrawAll();
   PollAnalysis();
   const LoudnessEngine& e = mModel->Engine();
   const uint32_t sequence = mPlugin.PeakMeters().Sequence();

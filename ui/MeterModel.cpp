@@ -18,9 +18,15 @@ void FileMeasurement::RebuildDistributions() {
   dynamics.Rebuild(engine->History());
 }
 
-MeterModel::MeterModel(LoudnessMeterPlugin& plugin) : mPlugin(plugin) {
-  const std::vector<double> display = plugin.AuxValues();
-  if (display.size() >= 4) {
+MeterModel::MeterModel(LoudnessMeterPlugin& plugin) : mPlugin(plugin) { ReloadDisplayState(); }
+
+void MeterModel::ReloadDisplayState() {
+  std::vector<double> display;
+  {
+    SpinLockGuard guard(mPlugin.Lock());
+    display = mPlugin.AuxValues();
+  }
+  if (display.size() >= 4 && !ShowingFile()) {
     mSelBegin = display[0];
     mSelEnd = display[1];
     mZoom = display[2] > 0.0 ? display[2] : 1.0;

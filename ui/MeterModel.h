@@ -106,6 +106,8 @@ class MeterModel {
   // Zoom and scroll of the graph, kept with the plug-in's display state.
   void SetView(double zoom, double scroll);
 
+  // Takes the selection, zoom and scroll saved with the plug-in's state.
+  void ReloadDisplayState();
   // A reset of the live measurement (clears the selection too).
   void ResetLive();
 
