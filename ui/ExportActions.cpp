@@ -113,9 +113,14 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
   context.localTime = local;
   context.logFilePath = file ? file->path : std::string();
   context.startSeconds = file && file->sampleRate ? double(file->timeReference) / file->sampleRate : 0.0;
-  const LoudnessEngine& e = model.Engine();
-  EngineLock lock(e.Mutex());
-  context.history = &e.History();
+  // A copy, so that the audio thread never waits while the rows are written.
+  MeasurementHistory copy;
+  {
+    const LoudnessEngine& e = model.Engine();
+    EngineLock lock(e.Mutex());
+    copy = e.History();
+  }
+  context.history = &copy;
   content = kind == ExportKind::DolbyCsv ? BuildDolbyCsv(context) : BuildPlainCsv(context);
   return true;
 }

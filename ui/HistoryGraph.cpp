@@ -211,19 +211,32 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
       iLast(size_t(columns), kNaN);
   double total = 0.0;
   {
+    // The audio thread takes the same mutex at every 10 ms step: hold it for
+    // short slices only, and read the sizes again after each pause.
     const LoudnessEngine& e = m.Engine();
-    EngineLock lock(e.Mutex());
+    std::unique_lock<EngineMutex> lock(e.Mutex());
     const MeasurementHistory& h = e.History();
     total = double(h.Size10()) * kStep10;
     UpdateView(total);
-    const size_t n10 = std::min({h.momentary.size(), h.shortTerm.size(), h.truePeak.size(), h.stepFlags.size()});
-    const size_t n100 = h.integrated.size();
+    size_t n10 = 0, n100 = 0, budget = 0;
+    auto sizes = [&] {
+      n10 = std::min({h.momentary.size(), h.shortTerm.size(), h.truePeak.size(), h.stepFlags.size()});
+      n100 = std::min(h.integrated.size(), h.blockFlags.size());
+    };
+    sizes();
     for (int c = 0; c < columns; ++c) {
+      if (budget > 8192) {
+        lock.unlock();
+        lock.lock();
+        sizes();
+        budget = 0;
+      }
       const double t0 = mViewStart + mViewLength * c / columns, t1 = mViewStart + mViewLength * (c + 1) / columns;
       auto i0 = static_cast<size_t>(std::max(0.0, std::floor(t0 / kStep10)));
       auto i1 = static_cast<size_t>(std::max(0.0, std::ceil(t1 / kStep10)));
       i1 = std::min(std::max(i1, i0 + 1), n10);
       double mm = -1e9, tp = -1e9, s = kNaN;
+      budget += i1 > i0 ? i1 - i0 : 0;
       for (size_t i = i0; i < i1; ++i) {
         if (h.stepFlags[i] != kFlagMeasured) continue;
         mm = std::max(mm, double(h.momentary[i]));
@@ -234,7 +247,7 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
       if (tp > -119.9) tpMax[size_t(c)] = tp;
       if (s > -119.9) sLast[size_t(c)] = s;
       const auto b = static_cast<size_t>(std::max(0.0, std::floor(t1 / 0.1)));
-      if (b < n100 && b < h.blockFlags.size() && h.blockFlags[b] == kFlagMeasured && h.integrated[b] > -119.9f)
+      if (b < n100 && h.blockFlags[b] == kFlagMeasured && h.integrated[b] > -119.9f)
         iLast[size_t(c)] = double(h.integrated[b]);
     }
   }
