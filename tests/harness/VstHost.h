@@ -79,7 +79,7 @@ class HostedPlugin {
   intptr_t LoadChunk(const std::vector<uint8_t>& bytes, bool program = true);
 
   // Transport, read by the plug-in through audioMasterGetTime.
-  Transport& Transport_() { return mTransport; }
+  Transport& HostTransport() { return mTransport; }
   void SetTimeInfoAvailable(bool available) { mTimeInfoAvailable = available; }
 
   // Host callback statistics.

@@ -115,8 +115,8 @@ int main(int argc, char** argv) {
     std::printf("load bank %s: %d\n", loadBank.c_str(), static_cast<int>(plug->LoadChunk(ReadFile(loadBank), false)));
   }
 
-  plug->Transport_().playing = !stopped;
-  plug->Transport_().tempo = tempo;
+  plug->HostTransport().playing = !stopped;
+  plug->HostTransport().tempo = tempo;
   std::vector<std::vector<float>> out(size_t(wav.channels));
   double maxDifference = 0.0;
   if (useDouble) {

@@ -76,6 +76,19 @@ TEST(Distributions, ResetClearsEveryBin) {
   EXPECT_EQ(meter.BinTotal(kDynamics), 0.0);
 }
 
+TEST(PeakMeters, HoldTheBlockPeaksOfEachChannel) {
+  MeterHost meter(kRate, 2);
+  auto signal = Sine(997.0, -6.0, 0.5, kRate);
+  for (float& v : signal[1]) v *= 0.5f;  // -12 dBFS on the right
+  meter.Transport().playing = true;
+  meter.Play(signal);
+  EXPECT_NEAR(meter.Reading(kReadingPeakHold0), 0.501, 0.002);
+  EXPECT_NEAR(meter.Reading(kReadingPeakHold0 + 1), 0.2506, 0.002);
+  // Quieter audio right after a peak keeps the held value.
+  meter.Play(Sine(997.0, -40.0, 0.5, kRate));
+  EXPECT_NEAR(meter.Reading(kReadingPeakHold0), 0.501, 0.002);
+}
+
 // The parameters a standard writes, with the values expected after the write.
 std::map<int, double> RowValues(const LoudnessStandard& s) {
   return {{17, s.target},     {10, s.upper},          {11, s.lower},

@@ -18,7 +18,7 @@ class MeterHost {
  public:
   explicit MeterHost(double rate = 48000.0, int channels = 2, const std::string& product = "Velorum Host");
   harness::HostedPlugin& Host() { return *mHost; }
-  harness::Transport& Transport() { return mHost->Transport_(); }
+  harness::Transport& Transport() { return mHost->HostTransport(); }
 
   double Query(int32_t command, int32_t index = 0, double value = 0.0);
   double Param(int index) { return Query(kQueryGetParam, index); }

@@ -90,6 +90,14 @@ TEST(StateChunk, BankRoundTrip) {
   EXPECT_EQ(fresh.Host().SaveChunk(true), program);
 }
 
+TEST(StateChunk, ChoosingTheProgramAgainKeepsTheMeasurement) {
+  auto meter = MeasuredMeter(2.0);
+  const auto saved = meter->Host().SaveChunk();
+  EXPECT_EQ(meter->Host().Dispatch(vst::effSetProgram, 0, 0), 1);
+  EXPECT_EQ(meter->Host().SaveChunk(), saved);
+  EXPECT_EQ(meter->Host().Dispatch(vst::effSetProgram, 0, 3), 0);  // no such program
+}
+
 TEST(StateChunk, RawStateWithoutHeaderIsAccepted) {
   auto meter = MeasuredMeter(2.0);
   const auto saved = meter->Host().SaveChunk();
