@@ -84,20 +84,28 @@ double DemoProgramme::sample(int ch, double t)
         bandLow_[ch] += 0.18 * (p - bandLow_[ch]);
         bandHigh_[ch] += 0.02 * (bandLow_[ch] - bandHigh_[ch]);
         const double band = bandLow_[ch] - bandHigh_[ch];
-        const double f0 = 130.0 + 25.0 * std::sin(2.0 * kPi * 0.8 * t);
-        double buzz = 0.0;
-        for (int h = 1; h <= 6; ++h)
-            buzz += std::sin(2.0 * kPi * f0 * h * t) / h;
-        out += voice * speechEnvelope(t) * (kNoiseVoice * band + kBuzz * buzz);
+        out += voice * frame_.envelope * (kNoiseVoice * band + kBuzz * frame_.buzz);
     }
 
     // Music: a chord with slow tremolo over a noise bed, drums every 0.5 s.
     const double music = window(t, 27.0, 55.0) + 0.35 * window(t, 70.0, 95.0);
     if (music > 0.0) {
-        static constexpr double chord[] = {220.0, 277.18, 329.63, 440.0, 554.37};
+        // sin(a + phase) from the frame's sin a and cos a; the right channel
+        // is shifted by 0.3 rad per chord note.
+        static const struct Shift {
+            double c[2][5], s[2][5];
+            Shift()
+            {
+                for (int k = 0; k < 2; ++k)
+                    for (int i = 0; i < 5; ++i) {
+                        c[k][i] = std::cos(k * 0.3 * i);
+                        s[k][i] = std::sin(k * 0.3 * i);
+                    }
+            }
+        } shift;
         double tones = 0.0;
         for (int i = 0; i < 5; ++i)
-            tones += std::sin(2.0 * kPi * chord[i] * t + ch * 0.3 * i) * (1.0 + 0.2 * std::sin(2.0 * kPi * 0.25 * (i + 1) * t));
+            tones += (frame_.sine[i] * shift.c[ch][i] + frame_.cosine[i] * shift.s[ch][i]) * frame_.tremolo[i];
         const double beat = std::fmod(t, 0.5);
         if (beat < 1.0 / kSampleRate)
             drum_ = 1.0;
@@ -120,11 +128,32 @@ double DemoProgramme::sample(int ch, double t)
     return std::clamp(out, -1.0, 1.0);
 }
 
+// The parts of a frame that both channels share, computed once.
+void DemoProgramme::prepareFrame(double t)
+{
+    if (window(t, 1.0, 25.0) + window(t, 70.0, 95.0) > 0.0) {
+        const double f0 = 130.0 + 25.0 * std::sin(2.0 * kPi * 0.8 * t);
+        frame_.buzz = 0.0;
+        for (int h = 1; h <= 6; ++h)
+            frame_.buzz += std::sin(2.0 * kPi * f0 * h * t) / h;
+        frame_.envelope = speechEnvelope(t);
+    }
+    if (window(t, 27.0, 55.0) + window(t, 70.0, 95.0) > 0.0) {
+        static constexpr double chord[] = {220.0, 277.18, 329.63, 440.0, 554.37};
+        for (int i = 0; i < 5; ++i) {
+            frame_.sine[i] = std::sin(2.0 * kPi * chord[i] * t);
+            frame_.cosine[i] = std::cos(2.0 * kPi * chord[i] * t);
+            frame_.tremolo[i] = 1.0 + 0.2 * std::sin(2.0 * kPi * 0.25 * (i + 1) * t);
+        }
+    }
+}
+
 int DemoProgramme::render(float* interleaved, int frames)
 {
     const int n = static_cast<int>(std::min<int64_t>(frames, kFrames - position_));
     for (int f = 0; f < n; ++f) {
         const double t = static_cast<double>(position_ + f) / kSampleRate;
+        prepareFrame(t);
         for (int ch = 0; ch < kChannels; ++ch)
             interleaved[f * kChannels + ch] = static_cast<float>(sample(ch, t));
     }

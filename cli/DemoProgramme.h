@@ -25,6 +25,16 @@ private:
     double noise();
     double pink(int channel);
     double sample(int channel, double t);
+    void prepareFrame(double t);
+
+    struct Frame {
+        double buzz = 0.0;
+        double envelope = 0.0;
+        double sine[5] = {};
+        double cosine[5] = {};
+        double tremolo[5] = {};
+    };
+    Frame frame_;
 
     int64_t position_ = 0;
     uint32_t seed_ = 0x9E3779B9u;

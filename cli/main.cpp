@@ -1,6 +1,7 @@
 // velorum: the command-line loudness analyser. Measures audio files with the
 // same engine as the plug-in and prints text summaries, JSON lines, CSV and
 // Dolby CSV files; normalises files to a target; runs the compliance self-test.
+#include "analysis/BlockPipeline.h"
 #include "analysis/EngineFeeder.h"
 #include "cli/AnalyzeCommand.h"
 #include "cli/ComplianceSelfTest.h"
@@ -97,15 +98,30 @@ int runDemo(const std::vector<std::string>& args)
     engine.SetDialogueEnabled(report.dialogue || (report.preset && report.preset->dialTarget != 30));
     EngineFeeder::configure(engine, DemoProgramme::kSampleRate, LayoutForChannelCount(DemoProgramme::kChannels),
                             DemoProgramme::kChannels);
+    // The programme is synthesised on a second thread while the engine
+    // measures the blocks already made, in order.
     constexpr int block = 4096;
-    EngineFeeder feeder(engine, DemoProgramme::kChannels, block);
-    DemoProgramme programme;
-    std::vector<float> buffer(static_cast<size_t>(block * DemoProgramme::kChannels));
+    BlockPipeline pipe(DemoProgramme::kChannels, block, 4);
+    std::thread synthesis([&pipe] {
+        DemoProgramme programme;
+        std::vector<float> buffer(static_cast<size_t>(block * DemoProgramme::kChannels));
+        for (int n; (n = programme.render(buffer.data(), block)) > 0;) {
+            BlockPipeline::Block* b = pipe.acquire();
+            if (!b)
+                break;
+            BlockPipeline::deinterleave(buffer.data(), n, *b);
+            b->progress = static_cast<int>(programme.position() * 100 / DemoProgramme::kFrames);
+            pipe.publish(b);
+        }
+        pipe.close(0, 0);
+    });
     ProgressBar bar;
-    for (int n; (n = programme.render(buffer.data(), block)) > 0;) {
-        feeder.feed(buffer.data(), n);
-        bar.update(static_cast<double>(programme.position()) / DemoProgramme::kFrames, "demo programme");
+    while (BlockPipeline::Block* b = pipe.next()) {
+        engine.ProcessBlock(b->pins.data(), b->frames);
+        bar.update(b->progress / 100.0, "demo programme");
+        pipe.release(b);
     }
+    synthesis.join();
     bar.clear();
 
     Measurement m;
