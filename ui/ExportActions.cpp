@@ -12,6 +12,7 @@
 #include "plugin/LoudnessMeterPlugin.h"
 #include "plugin/MeterParams.h"
 #include "presets/LoudnessStandards.h"
+#include "presets/LoudnessStandards.h"
 #include "ui/UiFormat.h"
 #include "velorum/Version.h"
 
@@ -60,6 +61,8 @@ SummaryValues Values(const MeterModel& model) {
   s.integratedDialogue = e.IntegratedDialogue();
   s.loudnessRangeDialogue = e.DialogueRange();
   s.speechContentPercent = e.SpeechContent() * 100.0;
+  // The dialogue presets report the dialogue-gated values too.
+  s.dialogue = model.Param(preset_param::kDialTarget) < 29.95;
   return s;
 }
 

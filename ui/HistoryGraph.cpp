@@ -191,6 +191,16 @@ void HistoryGraph::OnMouseOut() {
   SetDirty();
 }
 
+bool HistoryGraph::OnKeyDown(float x, float, int key) {
+  switch (key) {
+    case KEY_LEFTARROW: ScrollBy(-mViewLength * 0.1); return true;
+    case KEY_RIGHTARROW: ScrollBy(mViewLength * 0.1); return true;
+    case KEY_UPARROW: Zoom(1.25, x); return true;
+    case KEY_DOWNARROW: Zoom(0.8, x); return true;
+    default: return false;
+  }
+}
+
 void HistoryGraph::Draw(tgraphics& g) { DrawInto(g, true); }
 
 void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {

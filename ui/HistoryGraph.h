@@ -27,6 +27,8 @@ class HistoryGraph : public MeterControl {
   void OnMouseWheel(float x, float y, const IMouseMod& mod, float d) override;
   void OnMouseOver(float x, float y, const IMouseMod& mod) override;
   void OnMouseOut() override;
+  // Left and right scroll, up and down zoom, while the pointer is over the graph.
+  bool OnKeyDown(float x, float y, int key) override;
 
   // The measured length in seconds (from the 10 ms history).
   double TotalSeconds() const;

@@ -1,6 +1,7 @@
 #include "ui/LoudnessReadout.h"
 
 #include <cmath>
+#include <string>
 
 #include "ui/UiFormat.h"
 
@@ -38,6 +39,19 @@ std::vector<ReadoutLine> LoudnessReadout::Lines() const {
   std::vector<ReadoutLine> lines;
   lines.push_back(loud(v.rangeSelected ? "INTEGRATED (SELECTION)" : "INTEGRATED", v.integrated,
                        IntegratedState(v.integrated, t)));
+  // Dialogue presets: the dialogue-gated value against the dialogue target,
+  // and how much of the programme was speech.
+  const double dialTarget = m.Param(92);
+  if (dialTarget < 29.95) {
+    const double dial = m.Engine().IntegratedDialogue();
+    TargetWindow dw = t;
+    dw.target = dw.upper = dialTarget;
+    dw.lower = -70.0;
+    lines.push_back({"INTEGRATED DIAL", FormatLoudness(dial), unit, FormatRelative(dial, dialTarget),
+                     IntegratedState(dial, dw)});
+    lines.push_back({"Speech Content", std::to_string(static_cast<int>(std::lround(m.Engine().SpeechContent() * 100.0))),
+                     "%", "", 0});
+  }
   const int stState = shortTermLimit < 29.95 && v.shortTerm > shortTermLimit ? 3 : 0;
   lines.push_back(loud("SHORT TERM", v.shortTerm, stState));
   lines.push_back(loud("MOMENTARY", v.momentary, 0));

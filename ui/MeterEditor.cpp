@@ -469,7 +469,7 @@ void MeterEditor::WriteExportTo(ExportKind kind, const std::string& path) {
   if (kind == ExportKind::NormalizedWav) {
     message = WriteNormalized(*mModel, path, report);
   } else if (kind == ExportKind::Png || kind == ExportKind::Svg || kind == ExportKind::Pdf) {
-    const std::string bytes = RenderExportImage(*this, kind, mSettings.Dark());
+    const std::string bytes = RenderExportImage(*this, kind, mSettings.exportTheme >= 0.5);
     message = bytes.empty() ? std::string(kCannotCreateFile) : WriteExport(path, bytes);
   } else {
     std::string content;

@@ -124,6 +124,13 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
             h.Settings().Save();
           }};
   mRows.push_back(fps);
+  Row exportTheme{"EXPORT THEME", [&h] { return std::string(h.Settings().exportTheme >= 0.5 ? "DARK" : "WHITE"); },
+                  [&h] { return Choices({{"DARK", 1}, {"WHITE", 0}}, h.Settings().exportTheme >= 0.5 ? 1 : 0); },
+                  [&h](int id) {
+                    h.Settings().exportTheme = id;
+                    h.Settings().Save();
+                  }};
+  mRows.push_back(exportTheme);
 }
 
 int SettingsPage::FindRow(const std::string& label) const {

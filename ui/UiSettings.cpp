@@ -56,6 +56,7 @@ UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
     const std::string key = Trim(line.substr(0, eq)), value = Trim(line.substr(eq + 1));
     if (key == "Theme") theme = ToInt(value, 1, 0, 1);
     else if (key == "GUI Refresh Rate") refreshRate = ToInt(value, 3, 0, 6);
+    else if (key == "Export Theme") exportTheme = ToInt(value, 0, 0, 1);
     else if (key == "Time Code FPS") fpsIndex = ToInt(value, 2, 0, 9);
     else if (key == "Export Folder" && !value.empty()) exportFolder = value;
   }
@@ -64,7 +65,7 @@ UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
 bool UiSettings::Save() const {
   std::ofstream out(std::filesystem::u8path(mFolder + "/Settings.ini"), std::ios::binary | std::ios::trunc);
   if (!out) return false;
-  out << "[ui]\nTheme=" << (Dark() ? 1 : 0) << "\nGUI Refresh Rate=" << refreshRate << "\nTime Code FPS=" << fpsIndex
+  out << "[ui]\nTheme=" << (Dark() ? 1 : 0) << "\nGUI Refresh Rate=" << refreshRate << "\nTime Code FPS=" << fpsIndex << "\nExport Theme=" << (exportTheme >= 0.5 ? 1 : 0)
       << "\nExport Folder=" << exportFolder << "\n";
   return static_cast<bool>(out.flush());
 }

@@ -21,6 +21,7 @@ class UiSettings {
   double theme = 1.0;     // 1 dark, 0 white
   int refreshRate = 3;    // "NORMAL"
   int fpsIndex = 2;       // "25"
+  double exportTheme = 0.0;  // images and reports: white by default
   std::string exportFolder;
 
   bool Dark() const { return theme >= 0.5; }

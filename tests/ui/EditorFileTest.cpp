@@ -9,9 +9,11 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "MeterFixture.h"
+#include "WavFile.h"
 #include "ui/ExportActions.h"
 #include "ui/HistoryGraph.h"
 #include "ui/LoudnessReadout.h"
@@ -129,6 +131,35 @@ TEST_F(EditorFiles, ExportsAskBeforeReplacingAndReportFailures) {
   ASSERT_TRUE(ed.Message().IsShown());
   EXPECT_EQ(ed.Message().Text(), "A new file could not be created. Please try again.");
   ed.Message().Press(0);
+}
+
+TEST_F(EditorFiles, AnalysisCanBeCancelled) {
+  // Two minutes of noise: long enough to be still running when cancelled.
+  harness::WavData wav;
+  wav.channels = 2;
+  wav.sampleRate = 48000.0;
+  wav.samples.assign(2, std::vector<float>(48000 * 120));
+  unsigned seed = 1;
+  for (auto& channel : wav.samples)
+    for (float& v : channel) {
+      seed = seed * 1664525u + 1013904223u;
+      v = static_cast<float>(int(seed >> 9) % 2001 - 1000) / 4000.0f;
+    }
+  const fs::path path = exports / "long.wav";
+  ASSERT_TRUE(harness::WriteWav(path.string(), wav));
+  ui::MeterEditor& ed = meter->Editor();
+  ed.AnalyseFiles({path.string()});
+  ASSERT_TRUE(ed.AnalysisRunning());
+  // (A cancel in the very first moment can be lost by the driver, which
+  // clears its cancel flag when its thread starts; a user is never that fast.)
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  ed.OnFrame();
+  ASSERT_TRUE(ed.AnalysisRunning());
+  ed.CancelAnalysis();
+  ASSERT_TRUE(ed.FinishAnalysisForTests(60000));
+  EXPECT_FALSE(ed.Model().ShowingFile());
+  EXPECT_FALSE(ed.Message().IsShown()) << ed.Message().Text();
+  fs::remove(path);
 }
 
 TEST_F(EditorFiles, DamagedFileIsRefusedAndTheLiveMeterStays) {

@@ -67,6 +67,19 @@ TEST_F(EditorRender, ReadoutsShowTheEngineValues) {
   EXPECT_NEAR(e.MeasureRange(10, 90).integrated, -23.0, 0.1);
   EXPECT_EQ(sel[0].state, 1);
   ed.Model().ClearSelection();
+
+  // The unit setting and a dialogue preset change what the readouts say.
+  meter->Plugin().SetParam(param::kUnitLkfs, 1.0);
+  EXPECT_EQ(ed.Readout().Lines()[0].unit, "LKFS");
+  meter->Plugin().ApplyStandardIndex(28);  // "NETFLIX": dialogue-gated, -27 LKFS
+  const auto dial = ed.Readout().Lines();
+  ASSERT_GE(dial.size(), 11u);
+  EXPECT_EQ(dial[1].caption, "INTEGRATED DIAL");
+  EXPECT_EQ(dial[1].value, FormatLoudness(e.IntegratedDialogue()));
+  EXPECT_EQ(dial[2].caption, "Speech Content");
+  meter->Plugin().ApplyStandardIndex(29);  // back to "DEFAULT"
+  EXPECT_EQ(ed.Readout().Lines()[0].unit, "LUFS");
+  EXPECT_EQ(ed.Readout().Lines().size(), 9u);
 }
 
 TEST_F(EditorRender, GraphSpansTheMeasurement) {

@@ -152,7 +152,7 @@ class EditorWindow : public ::testing::Test {
     ClickMenuItem(items, value, position);
   }
 
-  static constexpr size_t kRows = 11;
+  static constexpr size_t kRows = 12;
   std::unique_ptr<XvfbServer> server;
   fs::path settings;
   std::unique_ptr<harness::PluginModule> module;
