@@ -252,7 +252,22 @@ bool MeterEditor::Open(void* parentHandle) {
 void MeterEditor::Close() {
   mTicking = false;
   if (mTicker.joinable()) mTicker.join();
-  if (mGraphics && mGraphics->WindowIsOpen()) mGraphics->CloseWindow();
+  if (!mGraphics || !mGraphics->WindowIsOpen()) return;
+#ifdef _WIN32
+  mGraphics->CloseWindow();
+#else
+  // The host closes the editor under the plug-in lock, and the window's own
+  // thread may be waiting for that lock in a click handler (a parameter
+  // write): give the lock up while the window thread finishes.
+  RecursiveSpinLock& lock = mPlugin.Lock();
+  int depth = 0;
+  while (lock.HeldByCaller()) {
+    lock.Unlock();
+    ++depth;
+  }
+  mGraphics->CloseWindow();
+  while (depth-- > 0) lock.Lock();
+#endif
 }
 
 void MeterEditor::SetContentScale(float scale) {
