@@ -131,6 +131,11 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
                     h.Settings().Save();
                   }};
   mRows.push_back(exportTheme);
+  mTips.resize(mRows.size());
+  mTips[size_t(FindRow("GRAPHS REFRESH RATE"))] = kGraphsRefreshRateTooltip;
+  mTips[size_t(FindRow("GUI SCALING"))] = kScaleTooltip;
+  mTips[size_t(FindRow("Eco True Peak Mode"))] = "Measure the true peak with less computation.";
+  mTips[size_t(FindRow("EXPORT THEME"))] = "The theme of exported images and reports.";
 }
 
 int SettingsPage::FindRow(const std::string& label) const {
@@ -191,6 +196,15 @@ void SettingsPage::Draw(tgraphics& g) {
     g.set_color(t.dim);
     g.fill();
   }
+}
+
+void SettingsPage::OnMouseOver(float x, float y, const IMouseMod&) {
+  std::string tip;
+  for (size_t i = 0; i < mRows.size(); ++i) {
+    const IRECT v = ValueRect(i);
+    if (y >= v.T && y < v.B && x >= v.R - 0.5f * GetRECT().W()) tip = mTips[i];
+  }
+  SetTooltip(tip);
 }
 
 void SettingsPage::OnMouseDown(float x, float y, const IMouseMod& mod) {

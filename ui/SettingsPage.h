@@ -23,6 +23,8 @@ class SettingsPage : public MeterControl {
   SettingsPage(EditorHost& host, const IRECT& r);
   void Draw(tgraphics& g) override;
   void OnMouseDown(float x, float y, const IMouseMod& mod) override;
+  // The tooltip follows the row under the pointer.
+  void OnMouseOver(float x, float y, const IMouseMod& mod) override;
 
   size_t RowCount() const { return mRows.size(); }
   const Row& RowAt(size_t i) const { return mRows[i]; }
@@ -34,6 +36,7 @@ class SettingsPage : public MeterControl {
 
  private:
   std::vector<Row> mRows;
+  std::vector<std::string> mTips;  // per row
 };
 
 }  // namespace velorum::ui
