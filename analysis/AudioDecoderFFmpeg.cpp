@@ -87,10 +87,14 @@ bool AudioDecoderFFmpeg::open(const std::string& filePath)
     seekPending = false;
 
     double seconds = -1.0;
-    if (st->duration != AV_NOPTS_VALUE && st->duration > 0)
+    lengthEstimated_ = format_ctx_->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
+    if (st->duration != AV_NOPTS_VALUE && st->duration > 0) {
         seconds = static_cast<double>(st->duration) * av_q2d(st->time_base);
-    else if (format_ctx_->duration != AV_NOPTS_VALUE && format_ctx_->duration > 0)
+    } else if (format_ctx_->duration != AV_NOPTS_VALUE && format_ctx_->duration > 0) {
+        // The container's duration: that of its longest stream, maybe video.
         seconds = static_cast<double>(format_ctx_->duration) / AV_TIME_BASE;
+        lengthEstimated_ = true;
+    }
     int64_t frames = 0;
     if (seconds > 0.0) {
         // The duration, in samples over all channels, truncated; then rounded

@@ -195,7 +195,10 @@ bool AudioFileReader::readBlock()
         return fail(ErrorNothingToRead);
     const int64_t total = static_cast<int64_t>(format_.totalFrames);
     int64_t wanted = blockFrames_;
-    if (position_ + blockFrames_ >= total)
+    // A length that is only an estimate does not cut the audio short: such a
+    // stream is read until its decoder ends.
+    const bool openEnded = kind_ == KindSystem && decoder_ && decoder_->lengthEstimated();
+    if (!openEnded && position_ + blockFrames_ >= total)
         wanted = std::max<int64_t>(total - position_, 0);
 
     int64_t got = 0;
@@ -260,7 +263,7 @@ bool AudioFileReader::truncated() const
         return false;
     const uint64_t missing = format_.totalFrames - delivered_;
     if (kind_ == KindSystem)
-        return missing > format_.sampleRate && missing > format_.totalFrames / 50;
+        return !decoder_->lengthEstimated() && missing > format_.sampleRate && missing > format_.totalFrames / 50;
     return true;
 }
 

@@ -65,7 +65,8 @@ public:
     // True when the file holds less audio than it states: the container says
     // so at open, or, once the end was reached, fewer frames came than the
     // length promised (for the system decoder, whose length is estimated
-    // from the duration, only when more than 1 s and 2 % are missing).
+    // from the duration, only when more than 1 s and 2 % are missing, and
+    // never when that duration was the container's or a bit-rate estimate).
     bool truncated() const;
     int64_t position() const { return position_; }
 

@@ -29,10 +29,14 @@ public:
     // True when the file states more audio than it holds (cut off in
     // transfer or damaged), as far as the container tells at open.
     bool truncated() const { return truncated_; }
+    // True when the length is only an estimate (from a container duration or
+    // a bit rate), so that a shorter stream is no sign of damage.
+    bool lengthEstimated() const { return lengthEstimated_; }
 
 protected:
     AudioFormat format_;
     bool truncated_ = false;
+    bool lengthEstimated_ = false;
 };
 
 } // namespace velorum

@@ -156,6 +156,10 @@ bool OfflineAnalysis::run(const Request& request)
         decoder.join();
         if (pipe.state() != Done)
             return finish(pipe.state(), pipe.error());
+        // The general decoder's length comes from a duration; what it
+        // delivered is the programme's true length.
+        if (reader.kind() == AudioFileReader::KindSystem)
+            info_.frames = reader.framesDelivered();
         progress_.store(100);
         return finish(Done, 0);
     } catch (const std::bad_alloc&) {

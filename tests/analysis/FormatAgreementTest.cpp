@@ -114,3 +114,34 @@ TEST(FormatAgreement, LossyFormatsMatchWithinCodecTolerance)
 
 } // namespace
 } // namespace velorum
+
+namespace velorum {
+namespace {
+
+TEST(FormatAgreement, VideoWithShorterAudioIsMeasuredToTheEndOfItsAudio)
+{
+    if (!test::haveFfmpeg())
+        GTEST_SKIP() << "ffmpeg not installed";
+    test::TempDir dir;
+    const std::string wav = dir.file("tone.wav");
+    ASSERT_TRUE(test::writeWav(wav, 2, 48000, test::programme(2, 48000, 48000 * 5), SF_FORMAT_FLOAT));
+    // 10 s of picture, 5 s of sound: the container's duration is the video's.
+    const std::string mkv = dir.file("clip.mkv");
+    const std::string cmd = "ffmpeg -nostdin -loglevel error -y -f lavfi -i testsrc=d=10:s=64x48:r=10 -i '" + wav +
+                            "' -c:v mpeg4 -c:a flac '" + mkv + "'";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    LoudnessEngine engine;
+    OfflineAnalysis analysis(engine);
+    OfflineAnalysis::Request request;
+    request.paths = {mkv};
+    ASSERT_TRUE(analysis.run(request)) << analysis.message();
+    EXPECT_EQ(analysis.fileInfo().decoderKind, 5);
+    EXPECT_EQ(analysis.fileInfo().frames, 48000u * 5);
+    int channels = 0, rate = 0;
+    const std::vector<float> stored = test::readBack(wav, channels, rate);
+    const test::Readings direct = test::measureDirect(stored, channels, rate);
+    EXPECT_NEAR(engine.Integrated(), direct.integrated, 1e-6);   // FLAC in the video file is lossless
+}
+
+} // namespace
+} // namespace velorum
