@@ -21,6 +21,16 @@
 
 namespace velorum::testing {
 
+inline constexpr double kPi = 3.14159265358979323846;
+
+inline void SetEnvironment(const char* name, const std::string& value) {
+#ifdef _WIN32
+  _putenv_s(name, value.c_str());
+#else
+  setenv(name, value.c_str(), 1);
+#endif
+}
+
 inline intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) { return 0; }
 
 // A private settings folder, so that no test reads or writes the user's.
@@ -28,7 +38,7 @@ inline std::string TestSettingsFolder(const std::string& name) {
   const auto dir = std::filesystem::path(VELORUM_BINARY_DIR) / "ui-test-settings" / name;
   std::filesystem::remove_all(dir);
   std::filesystem::create_directories(dir);
-  setenv("VELORUM_SETTINGS_DIR", dir.string().c_str(), 1);
+  SetEnvironment("VELORUM_SETTINGS_DIR", dir.string());
   return dir.string();
 }
 
@@ -59,7 +69,7 @@ class MeterFixture {
     for (int done = 0; done < frames; done += 512) {
       const int n = std::min(512, frames - done);
       for (int i = 0; i < n; ++i) {
-        l[size_t(i)] = r[size_t(i)] = amp * std::sin(2.0 * M_PI * 1000.0 * double(phase_++) / rate_);
+        l[size_t(i)] = r[size_t(i)] = amp * std::sin(2.0 * kPi * 1000.0 * double(phase_++) / rate_);
       }
       Feed(l, r, n);
     }
@@ -96,8 +106,8 @@ class MeterFixture {
       const double amp = pause ? 0.0 : std::pow(10.0, level / 20.0);
       for (int i = 0; i < n; ++i) {
         const double t = double(phase_++) / rate_;
-        const double v = amp * (0.6 * std::sin(2.0 * M_PI * 220.0 * t) + 0.3 * std::sin(2.0 * M_PI * 1375.0 * t) +
-                                0.2 * std::sin(2.0 * M_PI * 3150.0 * t));
+        const double v = amp * (0.6 * std::sin(2.0 * kPi * 220.0 * t) + 0.3 * std::sin(2.0 * kPi * 1375.0 * t) +
+                                0.2 * std::sin(2.0 * kPi * 3150.0 * t));
         l[size_t(i)] = v;
         r[size_t(i)] = v * 0.8;
       }
