@@ -68,6 +68,9 @@ TEST_F(EditorFiles, DroppedFileSummaryMatchesTheCommand) {
   const auto lines = ed.Readout().Lines();
   EXPECT_EQ(lines[0].value, "-33.0");
   EXPECT_NEAR(ed.Graph().TotalSeconds(), double(ed.Model().File()->frames) / ed.Model().File()->sampleRate, 0.02);
+  cairo_surface_t* shot = meter->Render(1.0);
+  EXPECT_TRUE(tg_write_png(shot, std::string(VELORUM_BINARY_DIR) + "/docs-editor-file.png"));
+  cairo_surface_destroy(shot);
 
   ed.Export(ui::ExportKind::TextSummary);
   const fs::path mine = exports / "seq-3341-2-16bit_Summary.txt";
