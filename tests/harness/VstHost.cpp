@@ -39,7 +39,14 @@ std::unique_ptr<PluginModule> PluginModule::Load(const std::string& path, std::s
   module->mHandle = handle;
   module->mEntry = reinterpret_cast<EntryPoint>(reinterpret_cast<void*>(GetProcAddress(handle, "VSTPluginMain")));
 #else
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  int flags = RTLD_NOW | RTLD_LOCAL;
+#if defined(__SANITIZE_ADDRESS__)
+  // The plug-in pulls in system libraries (X11, FFmpeg, GnuTLS, ...) whose
+  // process-lifetime allocations LeakSanitizer would report as leaks once
+  // dlclose unmaps them; keep the module mapped so only real leaks show.
+  flags |= RTLD_NODELETE;
+#endif
+  void* handle = dlopen(path.c_str(), flags);
   if (!handle) {
     if (error) *error = dlerror();
     return nullptr;
