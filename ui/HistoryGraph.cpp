@@ -398,7 +398,7 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
     const tg_color colors5[5] = {t.text, t.momentary, t.shortTerm, t.integrated, t.truePeak};
     for (int i = 0; i < 5; ++i)
       DrawLabel(g, lines[i], bx + 6.0, by + 4.0 + i * 13.0, bw - 12.0, 13.0, 8.5, colors5[i], tg_align::left,
-                "Roboto-Regular");
+                "OpenSans-Regular");
   }
 
   // Plot frame.

@@ -63,7 +63,9 @@ class EditorBackground : public MeterControl {
       DrawLabel(g, "VELORUM", 8.0, top.T, logoW - 4.0, top.H(), 12.0, t.accent, tg_align::left, "OpenSans-ExtraBold");
     const std::string unit = UnitText(mHost.Model().Param(param::kUnitLkfs) >= 0.5);
     const double right = double(mLayout.buttons[MeterLayout::kButtons - 1].R) + 8.;
-    const std::string info = "TARGET " + std::to_string(static_cast<int>(mHost.Model().Targets().target)) + " " + unit;
+    const TargetWindow tw = mHost.Model().Targets();
+    const std::string info = "TARGET " + std::to_string(static_cast<int>(tw.target)) + " " + unit + "   TP MAX " +
+                             FormatDecimal(tw.truePeakMax) + " dBTP";
     if (top.R - right > 60.)
       DrawLabel(g, info, right, top.T, top.R - right - 28.0, top.H(), 10.0, t.dim, tg_align::right);
   }
