@@ -66,6 +66,9 @@ TEST_F(EditorRender, ReadoutsShowTheEngineValues) {
   EXPECT_EQ(sel[0].value, FormatLoudness(e.MeasureRange(10, 90).integrated));
   EXPECT_NEAR(e.MeasureRange(10, 90).integrated, -23.0, 0.1);
   EXPECT_EQ(sel[0].state, 1);
+  // The plug-in publishes the same value for the selected range with its next block.
+  meter->PlaySine(0.01, -23.0);
+  EXPECT_EQ(FormatLoudness(meter->Plugin().ParamValue(param::kShownIntegrated)), sel[0].value);
   ed.Model().ClearSelection();
 
   // The unit setting and a dialogue preset change what the readouts say.
