@@ -34,6 +34,10 @@ struct Signal {
     int channels = 2;
     double frequency = 1000.0;
     double phaseDegrees = 0.0;
+    // Raised-cosine fade in and out at the ends of the whole signal. The
+    // true-peak tones are tapered so that switching them on does not add an
+    // overshoot of its own to the peaks being measured.
+    double taperSeconds = 0.0;
     std::vector<Segment> segments;
     struct Check {
         Reading reading;
@@ -101,6 +105,7 @@ std::vector<Signal> signals()
         Signal* sig = add(p.name, {stereo(2, p.dbfs)}, {{Reading::TruePeakMax, "true peak", p.expected, tpBelow, tpAbove}});
         sig->frequency = kRate / p.divisor;
         sig->phaseDegrees = p.phase;
+        sig->taperSeconds = 0.010;
     }
     return s;
 }
@@ -120,13 +125,21 @@ bool writeSignal(const Signal& sig, const std::string& path)
     int64_t n = 0;
     const double w = 2.0 * kPi * sig.frequency / kRate;
     const double phase = sig.phaseDegrees * kPi / 180.0;
+    int64_t total = 0;
+    for (const Segment& seg : sig.segments)
+        total += std::llround(seg.seconds * kRate);
+    const int64_t taper = std::llround(sig.taperSeconds * kRate);
+    auto gain = [&](int64_t i) {
+        const int64_t edge = std::min(i, total - 1 - i);
+        return edge >= taper ? 1.0 : 0.5 - 0.5 * std::cos(kPi * static_cast<double>(edge) / static_cast<double>(taper));
+    };
     bool ok = true;
     for (const Segment& seg : sig.segments) {
         const int64_t frames = std::llround(seg.seconds * kRate);
         for (int64_t done = 0; done < frames && ok;) {
             const int64_t chunk = std::min<int64_t>(4800, frames - done);
             for (int64_t i = 0; i < chunk; ++i) {
-                const double x = std::sin(w * static_cast<double>(n + i) + phase);
+                const double x = gain(n + i) * std::sin(w * static_cast<double>(n + i) + phase);
                 for (int c = 0; c < sig.channels; ++c) {
                     const double amp = std::pow(10.0, seg.dbfs[c] / 20.0);
                     buffer[static_cast<size_t>(i * sig.channels + c)] =
