@@ -1,5 +1,6 @@
 #include "ui/ExportActions.h"
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 
@@ -8,19 +9,18 @@
 #include "export/ExportWriter.h"
 #include "export/TextSummary.h"
 #include "export/Timecode.h"
-#include "export/WavNormalizer.h"
 #include "plugin/LoudnessMeterPlugin.h"
 #include "plugin/MeterParams.h"
 #include "presets/LoudnessStandards.h"
-#include "presets/LoudnessStandards.h"
+#include "ui/FileAnalysis.h"
 #include "ui/UiFormat.h"
 #include "velorum/Version.h"
 
 namespace velorum::ui {
 
 bool ExportAvailable(ExportKind kind) {
-  (void)kind;
-  return true;
+  // The normalised file is made from an analysed file, so it needs the decoders.
+  return kind != ExportKind::NormalizedWav || FileAnalysisAvailable();
 }
 
 const char* ExportExtension(ExportKind kind) {
@@ -72,7 +72,11 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
                      std::string& message) {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
+#ifdef _WIN32
+  localtime_s(&local, &now);
+#else
   localtime_r(&now, &local);
+#endif
   const bool lkfs = model.Param(param::kUnitLkfs) >= 0.5;
   FileMeasurement* file = model.ShowingFile() ? model.File() : nullptr;
   if (kind == ExportKind::TextSummary) {
@@ -130,25 +134,6 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
 
 std::string WriteExport(const std::string& path, const std::string& content) {
   return ExportStatusMessage(WriteExportFile(path, content, nullptr));
-}
-
-std::string WriteNormalized(MeterModel& model, const std::string& path, std::string& report) {
-  FileMeasurement* file = model.ShowingFile() ? model.File() : nullptr;
-  if (!file) return "Drop or choose an audio file first: the normalised file is made from the analysed file.";
-  NormalizeRequest request;
-  request.input = file->path;
-  request.output = path;
-  request.targetLufs = model.Param(param::kTarget);
-  request.truePeakMax = model.Param(param::kTruePeakMax);
-  request.ecoTruePeak = model.Param(param::kEcoTruePeak) >= 0.5;
-  const NormalizeResult result = NormalizeFile(request);
-  if (!result.ok) return result.message.empty() ? std::string(kCannotCreateFile) : result.message;
-  char buf[160];
-  std::snprintf(buf, sizeof buf, "Normalised by %+.1f dB to %.1f LUFS (true peak %.1f dBTP).", result.gainDb,
-                result.resultIntegrated, result.resultTruePeak);
-  report = buf;
-  if (result.truePeakWarning && !result.message.empty()) report += " " + result.message;
-  return {};
 }
 
 }  // namespace velorum::ui

@@ -1,6 +1,7 @@
-// The exports of the editor: the text summary, CSV and Dolby CSV files, the
-// normalised WAV file, and the writing of any export through the common
-// export writer (an existing file is replaced only when the user agreed).
+// The exports of the editor: the text summary, CSV and Dolby CSV files (every
+// build), the normalised WAV file (builds with the decoders), and the writing
+// of any export through the common export writer (an existing file is
+// replaced only when the user agreed).
 #pragma once
 
 #include <string>

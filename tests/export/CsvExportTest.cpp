@@ -1,12 +1,15 @@
 // The plain CSV and the Dolby CSV, written from a real measurement history.
-#include "analysis/AudioFixtures.h"
+#include "engine/ChannelLayouts.h"
+#include "engine/LoudnessEngine.h"
 #include "export/CsvExport.h"
 #include "history/MeasurementHistory.h"
 #include "presets/LoudnessStandards.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <sstream>
+#include <vector>
 
 namespace velorum {
 namespace {
