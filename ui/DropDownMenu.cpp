@@ -99,7 +99,17 @@ void DropDownMenu::Draw(tgraphics& g) {
     tg_color c = item.header ? t.dim : t.menuText;
     if (!item.enabled) c = WithAlpha(c, 0.45);
     if (int(i) == mHover && !item.header && item.enabled) c = {1.0, 1.0, 1.0, 1.0};
-    if (item.checked) DrawLabel(g, "\xE2\x9C\x93", r.L + 4.0, r.T, 14.0, r.H(), 10.0, c, tg_align::left, "OpenSans-Regular");
+    if (item.checked) {
+      // A drawn tick: the embedded fonts carry no check-mark glyph.
+      const double cy = r.T + r.H() * 0.5;
+      g.new_path();
+      g.move_to(r.L + 5.0, cy);
+      g.line_to(r.L + 8.0, cy + 3.0);
+      g.line_to(r.L + 13.0, cy - 3.5);
+      g.set_line_style(1.6, CAIRO_LINE_CAP_ROUND, CAIRO_LINE_JOIN_ROUND);
+      g.set_color(c);
+      g.stroke();
+    }
     DrawLabel(g, item.text, r.L + 18.0, r.T, r.W() - 22.0, r.H(), item.header ? 9.0 : 10.5, c, tg_align::left,
               item.header ? "OpenSans-Bold" : "OpenSans-Regular");
   }
