@@ -55,6 +55,9 @@ extern const KernelSet kScalar;
 void KWeightChannels(KWeightingBank& bank, const double* const* x, int first, int last, int n,
                      double* const* power);
 extern const KernelSet kSse2;
+// Two-wide K-weighting of channels c and c + 1 (SSE2): the pair loop of the
+// SSE2 set and the two-channel tail of the wider sets.
+void KWeightPairSse2(KWeightingBank& bank, const double* const* x, int c, int n, double* const* power);
 #if defined(__x86_64__) || defined(_M_X64)
 extern const KernelSet kAvx2;
 extern double (*const kTruePeakAvx512)(const double*, int, TruePeakRing&, const double*, int, double);

@@ -19,50 +19,57 @@ inline __m128d Flush(__m128d y) {
     return _mm_andnot_pd(tiny, y);
 }
 
+}  // namespace
+
+void KWeightPairSse2(KWeightingBank& k, const double* const* x, int c, int n, double* const* power) {
+    __m128d x1a = _mm_load_pd(k.x1a + c), x2a = _mm_load_pd(k.x2a + c);
+    __m128d y1a = _mm_load_pd(k.y1a + c), y2a = _mm_load_pd(k.y2a + c);
+    __m128d x1b = _mm_load_pd(k.x1b + c), x2b = _mm_load_pd(k.x2b + c);
+    __m128d y1b = _mm_load_pd(k.y1b + c), y2b = _mm_load_pd(k.y2b + c);
+    const __m128d b0a = _mm_load_pd(k.b0a + c), b1a = _mm_load_pd(k.b1a + c), b2a = _mm_load_pd(k.b2a + c);
+    const __m128d a1a = _mm_load_pd(k.a1a + c), a2a = _mm_load_pd(k.a2a + c);
+    const __m128d b0b = _mm_load_pd(k.b0b + c), b1b = _mm_load_pd(k.b1b + c), b2b = _mm_load_pd(k.b2b + c);
+    const __m128d a1b = _mm_load_pd(k.a1b + c), a2b = _mm_load_pd(k.a2b + c);
+    const __m128d w = _mm_load_pd(k.weight + c);
+    const double* in0 = x[c];
+    const double* in1 = x[c + 1];
+    double* out0 = power[c];
+    double* out1 = power[c + 1];
+    for (int i = 0; i < n; ++i) {
+        const __m128d xi = _mm_set_pd(in1[i], in0[i]);
+        __m128d ya = _mm_add_pd(_mm_mul_pd(b0a, xi), _mm_mul_pd(b1a, x1a));
+        ya = _mm_add_pd(ya, _mm_mul_pd(b2a, x2a));
+        ya = _mm_sub_pd(ya, _mm_mul_pd(a2a, y2a));
+        ya = Flush(_mm_sub_pd(ya, _mm_mul_pd(a1a, y1a)));
+        x2a = x1a;
+        x1a = xi;
+        y2a = y1a;
+        y1a = ya;
+        __m128d yb = _mm_add_pd(_mm_mul_pd(b0b, ya), _mm_mul_pd(b1b, x1b));
+        yb = _mm_add_pd(yb, _mm_mul_pd(b2b, x2b));
+        yb = _mm_sub_pd(yb, _mm_mul_pd(a2b, y2b));
+        yb = Flush(_mm_sub_pd(yb, _mm_mul_pd(a1b, y1b)));
+        x2b = x1b;
+        x1b = ya;
+        y2b = y1b;
+        y1b = yb;
+        const __m128d v = _mm_mul_pd(yb, w);
+        const __m128d p = _mm_mul_pd(v, v);
+        _mm_store_sd(out0 + i, p);
+        _mm_storeh_pd(out1 + i, p);
+    }
+    _mm_store_pd(k.x1a + c, x1a), _mm_store_pd(k.x2a + c, x2a);
+    _mm_store_pd(k.y1a + c, y1a), _mm_store_pd(k.y2a + c, y2a);
+    _mm_store_pd(k.x1b + c, x1b), _mm_store_pd(k.x2b + c, x2b);
+    _mm_store_pd(k.y1b + c, y1b), _mm_store_pd(k.y2b + c, y2b);
+
+}
+
+namespace {
+
 void KWeightSse2(KWeightingBank& k, const double* const* x, int channels, int n, double* const* power) {
     int c = 0;
-    for (; c + 2 <= channels; c += 2) {
-        __m128d x1a = _mm_load_pd(k.x1a + c), x2a = _mm_load_pd(k.x2a + c);
-        __m128d y1a = _mm_load_pd(k.y1a + c), y2a = _mm_load_pd(k.y2a + c);
-        __m128d x1b = _mm_load_pd(k.x1b + c), x2b = _mm_load_pd(k.x2b + c);
-        __m128d y1b = _mm_load_pd(k.y1b + c), y2b = _mm_load_pd(k.y2b + c);
-        const __m128d b0a = _mm_load_pd(k.b0a + c), b1a = _mm_load_pd(k.b1a + c), b2a = _mm_load_pd(k.b2a + c);
-        const __m128d a1a = _mm_load_pd(k.a1a + c), a2a = _mm_load_pd(k.a2a + c);
-        const __m128d b0b = _mm_load_pd(k.b0b + c), b1b = _mm_load_pd(k.b1b + c), b2b = _mm_load_pd(k.b2b + c);
-        const __m128d a1b = _mm_load_pd(k.a1b + c), a2b = _mm_load_pd(k.a2b + c);
-        const __m128d w = _mm_load_pd(k.weight + c);
-        const double* in0 = x[c];
-        const double* in1 = x[c + 1];
-        double* out0 = power[c];
-        double* out1 = power[c + 1];
-        for (int i = 0; i < n; ++i) {
-            const __m128d xi = _mm_set_pd(in1[i], in0[i]);
-            __m128d ya = _mm_add_pd(_mm_mul_pd(b0a, xi), _mm_mul_pd(b1a, x1a));
-            ya = _mm_add_pd(ya, _mm_mul_pd(b2a, x2a));
-            ya = _mm_sub_pd(ya, _mm_mul_pd(a2a, y2a));
-            ya = Flush(_mm_sub_pd(ya, _mm_mul_pd(a1a, y1a)));
-            x2a = x1a;
-            x1a = xi;
-            y2a = y1a;
-            y1a = ya;
-            __m128d yb = _mm_add_pd(_mm_mul_pd(b0b, ya), _mm_mul_pd(b1b, x1b));
-            yb = _mm_add_pd(yb, _mm_mul_pd(b2b, x2b));
-            yb = _mm_sub_pd(yb, _mm_mul_pd(a2b, y2b));
-            yb = Flush(_mm_sub_pd(yb, _mm_mul_pd(a1b, y1b)));
-            x2b = x1b;
-            x1b = ya;
-            y2b = y1b;
-            y1b = yb;
-            const __m128d v = _mm_mul_pd(yb, w);
-            const __m128d p = _mm_mul_pd(v, v);
-            _mm_store_sd(out0 + i, p);
-            _mm_storeh_pd(out1 + i, p);
-        }
-        _mm_store_pd(k.x1a + c, x1a), _mm_store_pd(k.x2a + c, x2a);
-        _mm_store_pd(k.y1a + c, y1a), _mm_store_pd(k.y2a + c, y2a);
-        _mm_store_pd(k.x1b + c, x1b), _mm_store_pd(k.x2b + c, x2b);
-        _mm_store_pd(k.y1b + c, y1b), _mm_store_pd(k.y2b + c, y2b);
-    }
+    for (; c + 2 <= channels; c += 2) KWeightPairSse2(k, x, c, n, power);
     KWeightChannels(k, x, c, channels, n, power);
 }
 
