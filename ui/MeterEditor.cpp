@@ -18,6 +18,7 @@
 #include "ui/LoudnessReadout.h"
 #include "ui/MeterMessageBox.h"
 #include "ui/ModuleHandle.h"
+#include "ui/PresetMenu.h"
 #include "ui/SettingsPage.h"
 #include "ui/StatusBar.h"
 #include "ui/ToolButton.h"
@@ -367,14 +368,7 @@ void MeterEditor::SetGuiScale(float scale) {
 float MeterEditor::GuiScale() const { return mResize->GetGUIScale(); }
 
 void MeterEditor::OpenPresetMenu() {
-  std::vector<MenuItem> items;
-  const int shown = mPlugin.ShownStandard();
-  for (const StandardsMenuItem& item : StandardsMenu()) {
-    if (item.header) items.push_back({item.header, -1, false, true, true});
-    else if (item.standard) items.push_back({item.standard->menuText, item.standard->index, item.standard->index == shown, true, false});
-  }
-  for (const char* command : {"SAVE PRESET", "IMPORT", "SET DEFAULT", "Delete Preset"})
-    items.push_back({command, -2, false, false, false});
+  const std::vector<MenuItem> items = PresetMenuItems(mPlugin.ShownStandard());
   OpenMenu(items, mButtons[MeterLayout::kPreset]->GetRECT(), [this](int id) {
     mPlugin.ApplyStandardIndex(id);
     RedrawAll();

@@ -23,6 +23,7 @@
 #include "presets/LoudnessStandards.h"
 #include "ui/DropDownMenu.h"
 #include "ui/MeterLayout.h"
+#include "ui/PresetMenu.h"
 #include "ui/SettingsPage.h"
 
 namespace velorum::testing {
@@ -91,17 +92,6 @@ class EditorWindowWin : public ::testing::Test {
   static ui::MeterLayout Layout() {
     return ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
   }
-  // The preset menu as the editor builds it: the standards with their group
-  // headers, then the custom-preset commands.
-  static std::vector<ui::MenuItem> PresetItems() {
-    std::vector<ui::MenuItem> items;
-    for (const StandardsMenuItem& item : StandardsMenu()) {
-      if (item.header) items.push_back({item.header, -1, false, true, true});
-      else items.push_back({item.standard->menuText, item.standard->index, false, true, false});
-    }
-    for (const char* c : {"SAVE PRESET", "IMPORT", "SET DEFAULT", "Delete Preset"}) items.push_back({c, -2, false, false, false});
-    return items;
-  }
   void ClickMenuItem(const std::vector<ui::MenuItem>& items, const IRECT& anchor, size_t position) {
     const IRECT list = ui::DropDownMenu::Place(items, anchor, float(ui::MeterLayout::kBaseWidth),
                                                float(ui::MeterLayout::kBaseHeight));
@@ -112,7 +102,7 @@ class EditorWindowWin : public ::testing::Test {
   void ChoosePreset(int index) {
     const IRECT anchor = Layout().buttons[ui::MeterLayout::kPreset];
     ClickCentre(anchor);
-    const auto items = PresetItems();
+    const auto items = ui::PresetMenuItems(-1);
     for (size_t i = 0; i < items.size(); ++i)
       if (items[i].id == index) {
         ClickMenuItem(items, anchor, i);
