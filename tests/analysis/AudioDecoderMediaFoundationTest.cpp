@@ -197,10 +197,15 @@ TEST_F(MediaFoundationFiles, DecodesTheSamplesOfAWaveFile)
     EXPECT_EQ(decoder.read(tail, 8), 0);
     EXPECT_EQ(decoder.read(tail, 8), 0);
 
-    // Opening again with the same object, and on another thread (as the
-    // analysis worker does), gives the same samples.
+    // Opening again with the same object gives the same samples; so does
+    // reading on another thread than the one that opened (the analysis worker
+    // decodes ahead on a thread of its own), and a decoder that lives wholly
+    // on a worker thread.
     ASSERT_TRUE(decoder.open(decoder.path));
-    EXPECT_EQ(readAll(decoder, 4096), got);
+    std::vector<float> fromReader;
+    std::thread reader([&] { fromReader = readAll(decoder, 4096); });
+    reader.join();
+    EXPECT_EQ(fromReader, got);
     std::vector<float> fromWorker;
     std::thread worker([&] {
         AudioDecoderMediaFoundation other;
@@ -209,6 +214,27 @@ TEST_F(MediaFoundationFiles, DecodesTheSamplesOfAWaveFile)
     });
     worker.join();
     EXPECT_EQ(fromWorker, got);
+}
+
+TEST_F(MediaFoundationFiles, DecodesWhatACutFileHolds)
+{
+    // The header states the whole sine; the file ends after 30000 frames and
+    // half of the next one.
+    const int64_t held = 30000;
+    std::string bytes = waveBytes(sineFrames(kFrames));
+    bytes.resize(44 + static_cast<size_t>(held) * kChannels * 2 + 2);
+    const fs::path cut = write("cut.wav", bytes);
+    AudioDecoderMediaFoundation decoder;
+    if (!openSine(decoder, "whole.wav"))
+        GTEST_SKIP() << skipReason_;
+    ASSERT_TRUE(decoder.open(utf8(cut)));
+    const std::vector<float> got = readAll(decoder, 4096);
+    const std::vector<int16_t> source = sineFrames(held);
+    ASSERT_EQ(got.size(), source.size());
+    for (size_t i = 0; i < got.size(); ++i)
+        ASSERT_NEAR(got[i], static_cast<float>(source[i]) / 32768.0f, 1.0f / 32768.0f) << i;
+    float tail[16] = {};
+    EXPECT_EQ(decoder.read(tail, 8), 0);
 }
 
 TEST_F(MediaFoundationFiles, SeeksToTheExactFrame)
