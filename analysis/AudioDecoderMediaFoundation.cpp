@@ -216,6 +216,10 @@ bool AudioDecoderMediaFoundation::openReader()
     const MediaFoundationApi& api = mediaFoundation();
     if (!api.usable() || path.empty() || path.find('\0') != std::string::npos || path.size() > INT_MAX)
         return false;
+    // The source reader takes URLs too; only files on disk are decoded here,
+    // never a stream that a scheme handler would fetch from the network.
+    if (path.find("://") != std::string::npos)
+        return false;
     // UTF-8 to UTF-16; a path that does not fit with its terminator, or that
     // is not valid UTF-8, is refused.
     const int units = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, path.data(), static_cast<int>(path.size()),

@@ -148,12 +148,15 @@ TEST_F(MediaFoundationFiles, RefusesFilesWithoutAudioAndBadPaths)
     }
 
     // Paths the decoder must turn down before any file is touched: one longer
-    // than its wide buffer holds, one that is not UTF-8, one with a NUL.
+    // than its wide buffer holds, one that is not UTF-8, one with a NUL, and
+    // URLs, which the system would fetch.
     const fs::path sine = write("sine.wav", waveBytes(sineFrames(1000)));
     const std::vector<std::string> badPaths = {
         utf8(dir_) + "/" + std::string(600, 'a') + ".wav",
         utf8(dir_) + "/\xff\xfe.wav",
         utf8(sine) + std::string(1, '\0') + "x",
+        "http://127.0.0.1:9/sine.wav",
+        "file:///" + utf8(sine),
         "",
     };
     for (const std::string& p : badPaths) {
