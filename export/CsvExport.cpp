@@ -29,6 +29,12 @@ __attribute__((format(printf, 1, 2))) std::string fmt(const char* f, ...)
 
 std::string num(double v) { return fmt("%.2f", v); }
 
+// The "Timecode" columns and lines: frames at the chosen rate, or milliseconds.
+std::string timecode(const CsvContext& c, double seconds)
+{
+    return c.timecodeFps > 0.0 ? TimecodeFrames(seconds, c.timecodeFps, c.dropFrame) : TimecodeMillis(seconds);
+}
+
 double powerToLoudness(float power) { return power > 1e-12f ? 10.0 * std::log10(static_cast<double>(power)) : -120.0; }
 
 template <class T>
@@ -91,7 +97,7 @@ std::string BuildPlainCsv(const CsvContext& c)
             peak = std::max(peak, at(h.truePeak, i, MeasurementHistory::kPeakFill));
         const int64_t last = r.end - 1;
         const int64_t block = r.end / 10 - 1;
-        out += fmt("%.2f", r.seconds) + "," + TimecodeMillis(c.startSeconds + r.seconds) + ",";
+        out += fmt("%.2f", r.seconds) + "," + timecode(c, c.startSeconds + r.seconds) + ",";
         out += num(at(h.momentary, last, MeasurementHistory::kLoudnessFill)) + ",";
         out += num(at(h.shortTerm, last, MeasurementHistory::kLoudnessFill)) + ",";
         out += num(peak) + ",";
@@ -121,8 +127,8 @@ std::string BuildDolbyCsv(const CsvContext& c)
     out += std::string("Date,") + date + "\n";
     out += std::string("System Time,") + clock + "\n";
     out += std::string("Preset Name,") + p.menuText + "\n";
-    out += "Timecode Start," + TimecodeMillis(c.startSeconds) + "\n";
-    out += "Timecode End," + TimecodeMillis(c.startSeconds + duration) + "\n";
+    out += "Timecode Start," + timecode(c, c.startSeconds) + "\n";
+    out += "Timecode End," + timecode(c, c.startSeconds + duration) + "\n";
     out += "Peak Count Threshold," + fmt("%.1f", threshold) + "\n";
     out += "LeqM,none\n\n";
     out += "Time,Timecode,Short Term Dialogue (LKFS),Short Term All,Short Term EBU R128 (LUFS),"
@@ -178,7 +184,7 @@ std::string BuildDolbyCsv(const CsvContext& c)
             warn("Integrated EBU R128 Measurement Target Warning");
             ++integratedRows;
         }
-        out += fmt("%.2f", r.seconds) + "," + TimecodeMillis(c.startSeconds + r.seconds) + ",";
+        out += fmt("%.2f", r.seconds) + "," + timecode(c, c.startSeconds + r.seconds) + ",";
         out += num(shortTermDlg) + "," + num(shortTerm) + "," + num(shortTerm) + ",";
         out += num(infiniteDlg) + "," + num(integrated) + "," + num(integrated) + "," + num(range) + ",";
         out += num(peak) + "," + std::to_string(peakCount) + "," + (speech ? "1" : "0") + ",";

@@ -9,7 +9,9 @@
 //
 //   Time                 seconds at the end of the interval ("%.2f"); the
 //                        last row ends with the measurement
-//   Timecode             start time reference + Time, "00:00:00.000"
+//   Timecode             start time reference + Time, "00:00:00.000", or
+//                        "00:00:00:00" ("00:00:00;00" drop-frame) when a
+//                        time-code rate is set
 //   Momentary Loudness   momentary loudness at the end of the interval
 //   Short Term Loudness  short-term loudness at the end of the interval
 //   True Peak            largest 10 ms true peak inside the interval (dBTP)
@@ -96,6 +98,8 @@ struct CsvContext {
     const MeasurementHistory* history = nullptr;   // read under the engine mutex
     double intervalSeconds = 1.0;                  // "CSV TIME INTERVAL"
     double startSeconds = 0.0;                     // start time reference
+    double timecodeFps = 0.0;                      // > 0: time codes in frames
+    bool dropFrame = false;                        // at 29.97 / 59.94
     const LoudnessStandard* preset = nullptr;      // null: the default preset
     bool lkfs = false;
     bool dialogue = false;

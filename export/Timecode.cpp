@@ -5,10 +5,25 @@
 
 namespace velorum {
 
-std::string TimecodeMillis(double seconds)
+namespace {
+
+// Beyond this (about 31 years) a time is hostile input, not a position.
+constexpr double kLongestSeconds = 1e9;
+
+double clampSeconds(double seconds)
 {
     if (!(seconds >= 0.0))
-        seconds = 0.0;
+        return 0.0;
+    return seconds < kLongestSeconds ? seconds : kLongestSeconds;
+}
+
+bool dropFrameNominal(int rate) { return rate == 30 || rate == 60; }
+
+} // namespace
+
+std::string TimecodeMillis(double seconds)
+{
+    seconds = clampSeconds(seconds);
     const long long ms = std::llround(seconds * 1000.0);
     char buffer[48];
     std::snprintf(buffer, sizeof buffer, "%02lld:%02lld:%02lld.%03lld", ms / 3600000, ms / 60000 % 60,
@@ -16,17 +31,54 @@ std::string TimecodeMillis(double seconds)
     return buffer;
 }
 
-std::string TimecodeFrames(double seconds, double fps)
+bool DropFrameRate(double fps)
 {
-    if (!(seconds >= 0.0))
-        seconds = 0.0;
-    const long long rate = fps > 1.0 ? std::llround(fps) : 25;
-    // Real time to frame count at the true rate, displayed at the nominal one.
-    const long long frames = static_cast<long long>(std::floor(seconds * (fps > 1.0 ? fps : 25.0) + 1e-9));
-    const long long s = frames / rate;
-    char buffer[48];
-    std::snprintf(buffer, sizeof buffer, "%02lld:%02lld:%02lld:%02lld", s / 3600, s / 60 % 60, s % 60, frames % rate);
+    return std::fabs(fps - 29.97) < 0.005 || std::fabs(fps - 59.94) < 0.005;
+}
+
+std::string TimecodeOfFrame(long long frame, int nominalRate, bool dropFrame)
+{
+    if (nominalRate < 1)
+        nominalRate = 25;
+    if (frame < 0)
+        frame = 0;
+    const long long rate = nominalRate;
+    const bool drop = dropFrame && dropFrameNominal(nominalRate);
+    if (drop) {
+        // Labels skipped per minute, frames in a minute that skips them, and
+        // frames in ten minutes (nine skipping minutes and one that does not).
+        const long long skipped = rate / 15;
+        const long long perMinute = rate * 60 - skipped;
+        const long long perTenMinutes = rate * 600 - 9 * skipped;
+        const long long tens = frame / perTenMinutes, within = frame % perTenMinutes;
+        long long labels = 9 * skipped * tens;
+        if (within >= skipped)
+            labels += skipped * ((within - skipped) / perMinute);
+        frame += labels;
+    }
+    const long long s = frame / rate;
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, drop ? "%02lld:%02lld:%02lld;%02lld" : "%02lld:%02lld:%02lld:%02lld",
+                  s / 3600, s / 60 % 60, s % 60, frame % rate);
     return buffer;
+}
+
+std::string TimecodeFrames(double seconds, double fps, bool dropFrame)
+{
+    seconds = clampSeconds(seconds);
+    if (dropFrame && DropFrameRate(fps)) {
+        // The exact NTSC rate, 30000/1001 or 60000/1001: over an hour 29.97
+        // itself would lose a tenth of a frame.
+        const int nominal = static_cast<int>(std::lround(fps));
+        const double rate = nominal * 1000.0 / 1001.0;
+        return TimecodeOfFrame(static_cast<long long>(std::floor(seconds * rate + 1e-6)), nominal, true);
+    }
+    if (!(fps > 1.0 && fps <= 1000.0))
+        fps = 25.0;
+    const long long rate = std::llround(fps);
+    // Real time to frame count at the true rate, displayed at the nominal one.
+    const long long frames = static_cast<long long>(std::floor(seconds * fps + 1e-9));
+    return TimecodeOfFrame(frames, static_cast<int>(rate), false);
 }
 
 } // namespace velorum

@@ -39,7 +39,10 @@ const char* ExportExtension(ExportKind kind) {
 namespace {
 
 std::string Timecode(double seconds, const MeterModel& model, const UiSettings& settings) {
-  if (model.HistogramMode() == kModeTimeCode) return TimecodeFrames(seconds, kFpsItems[settings.fpsIndex].rate);
+  if (model.HistogramMode() == kModeTimeCode) {
+    const FpsItem& fps = kFpsItems[settings.fpsIndex];
+    return TimecodeFrames(seconds, fps.rate, fps.dropFrame);
+  }
   return TimecodeMillis(seconds);
 }
 
@@ -120,6 +123,10 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
   context.localTime = local;
   context.logFilePath = file ? file->path : std::string();
   context.startSeconds = file && file->sampleRate ? double(file->timeReference) / file->sampleRate : 0.0;
+  if (model.HistogramMode() == kModeTimeCode) {
+    context.timecodeFps = kFpsItems[settings.fpsIndex].rate;
+    context.dropFrame = kFpsItems[settings.fpsIndex].dropFrame;
+  }
   // A copy, so that the audio thread never waits while the rows are written.
   MeasurementHistory copy;
   {

@@ -116,7 +116,7 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
   Row fps{"TIME CODE FPS", [&h] { return std::string(kFpsItems[h.Settings().fpsIndex].label); },
           [&h] {
             std::vector<MenuItem> items;
-            for (int i = 0; i < kFpsCount; ++i) items.push_back({kFpsItems[i].label, i, i == h.Settings().fpsIndex, true, false});
+            for (int i : kFpsMenuOrder) items.push_back({kFpsItems[i].label, i, i == h.Settings().fpsIndex, true, false});
             return items;
           },
           [&h](int id) {

@@ -1,14 +1,20 @@
 #include "ui/UiFormat.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+
+#include "export/Timecode.h"
 
 namespace velorum::ui {
 
 const FpsItem kFpsItems[kFpsCount] = {
-    {"23.976", 23.976, 24}, {"24", 24.0, 24},    {"25", 25.0, 25},       {"29.97 NDF", 29.97, 30}, {"30", 30.0, 30},
-    {"47.95", 47.95, 48},   {"48", 48.0, 48},    {"50", 50.0, 50},       {"59.94 NDF", 59.94, 60}, {"60", 60.0, 60},
+    {"23.976", 23.976, 24, false},   {"24", 24.0, 24, false},        {"25", 25.0, 25, false},
+    {"29.97 NDF", 29.97, 30, false}, {"30", 30.0, 30, false},        {"47.95", 47.95, 48, false},
+    {"48", 48.0, 48, false},         {"50", 50.0, 50, false},        {"59.94 NDF", 59.94, 60, false},
+    {"60", 60.0, 60, false},         {"29.97 DF", 29.97, 30, true},  {"59.94 DF", 59.94, 60, true},
 };
+const int kFpsMenuOrder[kFpsCount] = {0, 1, 2, 3, 10, 4, 5, 6, 7, 8, 11, 9};
 
 namespace {
 std::string OneDecimal(double v, bool sign) {
@@ -58,7 +64,16 @@ std::string FormatElapsed(double seconds, bool fine) {
 std::string FormatTimecode(double seconds, int fpsIndex) {
   if (fpsIndex < 0 || fpsIndex >= kFpsCount) fpsIndex = kDefaultFpsIndex;
   if (!std::isfinite(seconds) || seconds < 0.0) seconds = 0.0;
+  seconds = std::min(seconds, 1e9);  // about 31 years; beyond is hostile input
   const int nominal = kFpsItems[fpsIndex].nominal;
+  if (kFpsItems[fpsIndex].dropFrame) {
+    // Real frames at 30000/1001 or 60000/1001; the numbering keeps up with
+    // the clock. Wraps at 100 hours (600 ten-minute blocks).
+    const long long perTenMinutes = 600LL * nominal - 9LL * (nominal / 15);
+    const double rate = nominal * 1000.0 / 1001.0;
+    const auto frames = static_cast<long long>(std::floor(seconds * rate + 1e-6));
+    return TimecodeOfFrame(frames % (600 * perTenMinutes), nominal, true);
+  }
   // Frames are counted at the nominal integer rate against the real clock
   // (no drop-frame numbering), as the time codes of the exports are.
   const auto frames = static_cast<long long>(std::floor(seconds * nominal + 1e-6));

@@ -6,14 +6,19 @@
 
 namespace velorum::ui {
 
-// "TIME CODE FPS": label and the rate's nominal frame count per second.
+// "TIME CODE FPS": label and the rate's nominal frame count per second. The
+// index of an item is what the settings store, so items are only ever
+// appended; the menu shows them in kFpsMenuOrder (drop-frame beside its
+// non-drop sibling).
 struct FpsItem {
   const char* label;
   double rate;     // frames per second as shown
   int nominal;     // frames counted per second in the time code
+  bool dropFrame;  // drop-frame numbering ("00:01:00;02")
 };
-inline constexpr int kFpsCount = 10;
+inline constexpr int kFpsCount = 12;
 extern const FpsItem kFpsItems[kFpsCount];
+extern const int kFpsMenuOrder[kFpsCount];
 inline constexpr int kDefaultFpsIndex = 2;  // "25"
 
 // "-23.0", or "-inf" at the floor; one decimal.
@@ -24,7 +29,9 @@ std::string FormatRelative(double lufs, double target);
 std::string FormatDecimal(double v);
 // "1:02:03" / "2:03" (elapsed) or "0:00:05.5" with tenths when `fine`.
 std::string FormatElapsed(double seconds, bool fine);
-// "hh:mm:ss:ff" at a rate of the list (nominal frames, no drop-frame).
+// "hh:mm:ss:ff" at a rate of the list: non-drop rates count the nominal
+// frames per second of the clock; the drop-frame rates count frames at the
+// real rate and read "hh:mm:ss;ff". Hours wrap at 100.
 std::string FormatTimecode(double seconds, int fpsIndex);
 // Time of day "hh:mm:ss" from seconds since midnight (wraps at 24 h).
 std::string FormatTimeOfDay(double seconds);

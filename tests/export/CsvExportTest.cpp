@@ -91,6 +91,34 @@ TEST_F(CsvExportTest, PlainCsvHasOneRowPerInterval)
     EXPECT_NEAR(std::stod(fields(rows[10])[6]), engine.Integrated(), 0.01);
 }
 
+TEST_F(CsvExportTest, TimecodeColumnsInFramesAndDropFrame)
+{
+    // The measurement starts 0.5 s before the first minute of the time code,
+    // so the rows cross the minute whose labels ;00 and ;01 are dropped.
+    context.startSeconds = 59.5;
+    context.timecodeFps = 29.97;
+    context.dropFrame = true;
+    std::vector<std::string> rows = lines(BuildPlainCsv(context));
+    ASSERT_EQ(rows.size(), 11u);
+    EXPECT_EQ(fields(rows[1])[1], "00:01:00;15");    // 60.5 s: frame 1813
+    EXPECT_EQ(fields(rows[2])[1], "00:01:01;15");    // 61.5 s: frame 1843
+    EXPECT_EQ(fields(rows[10])[1], "00:01:09;14");   // 69.5 s: frame 2082
+    rows = lines(BuildDolbyCsv(context));
+    EXPECT_EQ(rows[4], "Timecode Start,00:00:59;13");
+    EXPECT_EQ(rows[5], "Timecode End,00:01:09;14");
+    EXPECT_EQ(fields(rows[10])[1], "00:01:00;15");
+
+    // 59.94 drops four labels; the non-drop numbering drops none.
+    context.timecodeFps = 59.94;
+    EXPECT_EQ(fields(lines(BuildPlainCsv(context))[1])[1], "00:01:00;30");
+    context.timecodeFps = 29.97;
+    context.dropFrame = false;
+    EXPECT_EQ(fields(lines(BuildPlainCsv(context))[1])[1], "00:01:00:13");
+    // Without a rate the columns keep milliseconds.
+    context.timecodeFps = 0.0;
+    EXPECT_EQ(fields(lines(BuildPlainCsv(context))[1])[1], "00:01:00.500");
+}
+
 TEST_F(CsvExportTest, IntervalDownToTenMillisecondsAndAPartialLastRow)
 {
     context.intervalSeconds = 0.01;

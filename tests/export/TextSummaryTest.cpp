@@ -1,10 +1,13 @@
 // The text summary to the letter: layout, the blank line after the bit
 // depth, the short duration form, the unit and the rounding.
 #include "export/TextSummary.h"
+#include "export/Timecode.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <string>
 
 namespace velorum {
 namespace {
@@ -159,6 +162,84 @@ TEST(TextSummary, ShortDurationForms)
     SummaryInput in = fileInput();
     in.fileFrames = 48000ull * 3600 + 43200;   // 3600.9 s
     EXPECT_NE(build(in).find("File Duration: 1h\n"), std::string::npos);
+}
+
+// The frame number that a drop-frame label stands for, worked back the way a
+// time-code reader does it: nominal frames minus the labels skipped in every
+// minute that is not a multiple of ten.
+long long dropFrameNumber(const std::string& label, int nominal)
+{
+    int hh = 0, mm = 0, ss = 0, ff = 0;
+    char sep = 0;
+    if (std::sscanf(label.c_str(), "%d:%d:%d%c%d", &hh, &mm, &ss, &sep, &ff) != 5 || sep != ';')
+        return -1;
+    const long long minutes = 60LL * hh + mm;
+    const long long skipped = nominal / 15;
+    return (60LL * minutes + ss) * nominal + ff - skipped * (minutes - minutes / 10);
+}
+
+TEST(SummaryTimecode, DropFrameLabelsAtTheMinuteAndTheTenthMinute)
+{
+    // 29.97: labels ;00 and ;01 go at each minute except minutes 0, 10, 20...
+    EXPECT_EQ(TimecodeOfFrame(1799, 30, true), "00:00:59;29");
+    EXPECT_EQ(TimecodeOfFrame(1800, 30, true), "00:01:00;02");
+    EXPECT_EQ(TimecodeOfFrame(17981, 30, true), "00:09:59;29");
+    EXPECT_EQ(TimecodeOfFrame(17982, 30, true), "00:10:00;00");
+    EXPECT_EQ(TimecodeOfFrame(107892, 30, true), "01:00:00;00");
+    // 59.94 skips four labels.
+    EXPECT_EQ(TimecodeOfFrame(3599, 60, true), "00:00:59;59");
+    EXPECT_EQ(TimecodeOfFrame(3600, 60, true), "00:01:00;04");
+    EXPECT_EQ(TimecodeOfFrame(35964, 60, true), "00:10:00;00");
+    EXPECT_EQ(TimecodeOfFrame(215784, 60, true), "01:00:00;00");
+    // Rates without drop-frame numbering ignore the flag.
+    EXPECT_EQ(TimecodeOfFrame(1800, 25, true), "00:01:12:00");
+    EXPECT_EQ(TimecodeOfFrame(1800, 30, false), "00:01:00:00");
+}
+
+TEST(SummaryTimecode, EveryDropFrameLabelReadsBackAsItsFrame)
+{
+    // Three hours at both rates: every frame's label is read back to the same
+    // frame, so no label is used twice and none is skipped except the dropped.
+    for (const int nominal : {30, 60}) {
+        const long long frames = 3LL * 3600 * nominal;
+        for (long long f = 0; f < frames; ++f) {
+            const std::string label = TimecodeOfFrame(f, nominal, true);
+            const long long back = dropFrameNumber(label, nominal);
+            if (back != f) {
+                ADD_FAILURE() << nominal << " fps: frame " << f << " labelled " << label << " reads as " << back;
+                break;
+            }
+        }
+    }
+}
+
+TEST(SummaryTimecode, SecondsAtTheRealRate)
+{
+    // An hour of real time: 107892 frames at 29.97 DF read as one hour; the
+    // non-drop numbering of the same frames stays 3.6 s behind.
+    EXPECT_EQ(TimecodeFrames(3600.0, 29.97, true), "01:00:00;00");
+    EXPECT_EQ(TimecodeFrames(3600.0, 59.94, true), "01:00:00;00");
+    EXPECT_EQ(TimecodeFrames(3600.0, 29.97), "00:59:56:12");
+    EXPECT_EQ(TimecodeFrames(3600.0, 29.97, false), "00:59:56:12");
+    // Drop-frame runs 3.6 ms an hour ahead of the clock: after a day of
+    // 2589410 frames it reads two frames past 24:00:00.
+    EXPECT_EQ(TimecodeFrames(86400.0, 29.97, true), "24:00:00;02");
+    EXPECT_EQ(TimecodeFrames(60.07, 29.97, true), "00:01:00;02");
+    EXPECT_EQ(TimecodeFrames(1.5, 25.0, true), "00:00:01:12");
+    // Hostile times and rates give a label, not a crash.
+    EXPECT_EQ(TimecodeFrames(std::nan(""), 29.97, true), "00:00:00;00");
+    EXPECT_EQ(TimecodeFrames(-3.0, 59.94, true), "00:00:00;00");
+    EXPECT_FALSE(TimecodeFrames(1e300, 29.97, true).empty());
+    EXPECT_FALSE(TimecodeFrames(1e300, 1e300).empty());
+    EXPECT_EQ(TimecodeFrames(2.0, std::nan("")), "00:00:02:00");
+    EXPECT_FALSE(TimecodeMillis(1e300).empty());
+
+    // The summary prints the codes it is given.
+    SummaryInput in = fileInput();
+    in.timecodeStart = TimecodeFrames(59.5, 29.97, true);
+    in.timecodeEnd = TimecodeFrames(120.5, 29.97, true);
+    const std::string text = build(in);
+    EXPECT_NE(text.find("Timecode Start: 00:00:59;13\nTimecode End: 00:02:00;15\n"), std::string::npos) << text;
 }
 
 } // namespace

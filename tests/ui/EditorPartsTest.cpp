@@ -4,6 +4,7 @@
 // choices, and every settings row writing what it stands for.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 
@@ -35,6 +36,33 @@ TEST(EditorText, TimeCodesAtEveryRate) {
   EXPECT_STREQ(kFpsItems[3].label, "29.97 NDF");
   EXPECT_STREQ(kFpsItems[8].label, "59.94 NDF");
   EXPECT_STREQ(kFpsItems[5].label, "47.95");
+}
+
+// Drop-frame numbering follows the clock: an hour of real time is an hour of
+// labels, and the labels skipped at each minute (but not at every tenth) are
+// the ones broadcast equipment skips.
+TEST(EditorText, DropFrameTimeCodesKeepUpWithTheClock) {
+  constexpr int kDf2997 = 10, kDf5994 = 11;
+  EXPECT_STREQ(kFpsItems[kDf2997].label, "29.97 DF");
+  EXPECT_STREQ(kFpsItems[kDf5994].label, "59.94 DF");
+  EXPECT_EQ(FormatTimecode(3600.0, kDf2997), "01:00:00;00");
+  EXPECT_EQ(FormatTimecode(3600.0, kDf5994), "01:00:00;00");
+  // Frame 1799 ends at 60.027 s; frame 1800 (60.06 s) is labelled ;02.
+  EXPECT_EQ(FormatTimecode(60.04, kDf2997), "00:00:59;29");
+  EXPECT_EQ(FormatTimecode(60.07, kDf2997), "00:01:00;02");
+  // At 59.94 four labels go: frame 3600 (60.06 s) reads ;04.
+  EXPECT_EQ(FormatTimecode(60.07, kDf5994), "00:01:00;04");
+  // The tenth minute keeps its ;00 (frame 17982 at 599.9994 s).
+  EXPECT_EQ(FormatTimecode(600.01, kDf2997), "00:10:00;00");
+  // The non-drop siblings still count nominal frames of the clock.
+  EXPECT_EQ(FormatTimecode(3600.0, 3), "01:00:00:00");
+  EXPECT_EQ(FormatTimecode(60.07, 3), "00:01:00:02");
+  // Hostile times give a label, not a crash.
+  EXPECT_EQ(FormatTimecode(std::nan(""), kDf2997), "00:00:00;00");
+  EXPECT_FALSE(FormatTimecode(1e300, kDf5994).empty());
+  EXPECT_FALSE(FormatTimecode(1e300, 3).empty());
+  // The graph's time axis in the time-code mode uses the same form.
+  EXPECT_EQ(FormatAxisTime(3600.0, 1, kDf2997, 0.0, false), "01:00:00;00");
 }
 
 TEST(EditorText, ValuesOffsetsAndTimes) {
@@ -191,6 +219,17 @@ TEST(EditorSettingsPage, EveryRowWritesWhatItStandsFor) {
   choose("THEME", 0);
   EXPECT_FALSE(ed.Settings().Dark());
   EXPECT_FALSE(ed.Readout().IsDark());
+  // Stored indices keep their meaning; the drop-frame rates came later and
+  // are listed beside their non-drop siblings.
+  page.OpenRow(size_t(page.FindRow("TIME CODE FPS")));
+  ASSERT_TRUE(ed.Menu().IsOpen());
+  std::vector<std::string> fpsMenu;
+  for (const MenuItem& item : ed.Menu().Items()) fpsMenu.push_back(item.text + "=" + std::to_string(item.id));
+  EXPECT_EQ(fpsMenu, (std::vector<std::string>{"23.976=0", "24=1", "25=2", "29.97 NDF=3", "29.97 DF=10", "30=4",
+                                               "47.95=5", "48=6", "50=7", "59.94 NDF=8", "59.94 DF=11", "60=9"}));
+  choose("TIME CODE FPS", 10);
+  EXPECT_EQ(page.RowAt(size_t(page.FindRow("TIME CODE FPS"))).value(), "29.97 DF");
+  EXPECT_EQ(ed.Settings().fpsIndex, 10);
   choose("TIME CODE FPS", 3);
   EXPECT_EQ(page.RowAt(size_t(page.FindRow("TIME CODE FPS"))).value(), "29.97 NDF");
   choose("GUI SCALING", 4);  // "150%"
