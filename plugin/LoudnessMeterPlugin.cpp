@@ -6,6 +6,7 @@
 #include "engine/ChannelLayouts.h"
 #include "engine/DialogueGate.h"
 #include "plugin/VendorQuery.h"
+#include "presets/GlobalSettings.h"
 #include "presets/LoudnessStandards.h"
 
 namespace velorum {
@@ -38,6 +39,9 @@ LoudnessMeterPlugin::LoudnessMeterPlugin(vst::HostCallback host)
   ResetMeasurementCore(true);
   ApplyEngineSettings();
   ApplyConfiguration();
+  // A new instance starts with the user's default preset; a state restored
+  // afterwards brings its own values.
+  ApplyDefaultPreset(SettingsFolder(false));
 }
 
 LoudnessMeterPlugin::~LoudnessMeterPlugin() { DestroyEditor(); }
@@ -132,14 +136,73 @@ void LoudnessMeterPlugin::SetAuxValues(const std::vector<double>& values) {
 }
 
 int LoudnessMeterPlugin::ApplyStandardIndex(int index) {
+  if (index >= kFirstCustomPresetIndex && index <= kLastCustomPresetIndex) {
+    // The folder is read before the lock is taken: the audio thread waits for it.
+    const std::optional<CustomPresetEntry> entry = CustomPresetStore(SettingsFolder(false)).AtIndex(index);
+    if (!entry) return static_cast<int>(ApplyResult::kUnknown);
+    ApplyCustomPresetAs(entry->preset, index);
+    return static_cast<int>(ApplyResult::kCustomPreset);
+  }
   SpinLockGuard guard(Lock());
   const ApplyResult result = ApplyStandard(index, [this](int p, double v) { SetParam(p, v); });
   if (result == ApplyResult::kApplied) {
     mShownStandard.store(index, std::memory_order_relaxed);
+    {
+      std::lock_guard<std::mutex> name(mShownCustomLock);
+      mShownCustom.clear();
+    }
     GetParam(param::kStandard)->Set(index);
     InformEditorOfParamChange(param::kStandard);
   }
   return static_cast<int>(result);
+}
+
+void LoudnessMeterPlugin::ApplyCustomPresetAs(const CustomPreset& preset, int index) {
+  SpinLockGuard guard(Lock());
+  velorum::ApplyCustomPreset(preset, [this](int p, double v) { SetParam(p, v); });
+  mShownStandard.store(index, std::memory_order_relaxed);
+  {
+    std::lock_guard<std::mutex> name(mShownCustomLock);
+    mShownCustom = preset.name;
+  }
+  GetParam(param::kStandard)->Set(index);
+  InformEditorOfParamChange(param::kStandard);
+}
+
+bool LoudnessMeterPlugin::ApplyDefaultPreset(const std::string& settingsFolder) {
+  const std::optional<DefaultPreset> preset = ReadDefaultPreset(settingsFolder);
+  if (!preset) return false;
+  if (preset->index < kFirstCustomPresetIndex || preset->index > kLastCustomPresetIndex)
+    return ApplyStandardIndex(preset->index) == static_cast<int>(ApplyResult::kApplied);
+  // A custom preset is found by its name; its place in the list moves as
+  // presets are added and deleted.
+  const CustomPresetStore store(settingsFolder);
+  const std::vector<CustomPresetEntry> list = store.List();
+  for (size_t i = 0; i < list.size(); ++i) {
+    if (SameCustomPresetName(list[i].preset.name, preset->name)) {
+      ApplyCustomPresetAs(list[i].preset, kFirstCustomPresetIndex + static_cast<int>(i));
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string LoudnessMeterPlugin::ShownCustomPreset() const {
+  std::lock_guard<std::mutex> name(mShownCustomLock);
+  return mShownCustom;
+}
+
+void LoudnessMeterPlugin::ForgetCustomPreset(const std::string& name) {
+  std::lock_guard<std::mutex> guard(mShownCustomLock);
+  if (SameCustomPresetName(mShownCustom, name)) mShownCustom.clear();
+}
+
+std::string LoudnessMeterPlugin::ShownPresetText(bool menuText) const {
+  const int shown = ShownStandard();
+  if (shown >= kFirstCustomPresetIndex && shown <= kLastCustomPresetIndex) return ShownCustomPreset();
+  const LoudnessStandard* s = FindStandard(shown);
+  if (!s) return {};
+  return menuText || !s->shortName ? s->menuText : s->shortName;
 }
 
 // ------------------------------------------------------------------- readings

@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "plugin/MeterParams.h"
 #include "plugin/PeakMeterFeed.h"
 #include "plugin/TransportTracker.h"
+#include "presets/CustomPresets.h"
 
 namespace velorum {
 
@@ -81,10 +83,24 @@ class LoudnessMeterPlugin : public IPlugVST {
   bool Measuring() const { return ParamValue(param::kPaused) < 0.5; }
   int64_t Position() const { return mTransport.position; }
   // Applies standards-table item `index` (see presets/LoudnessStandards.h);
-  // returns the ApplyResult as an integer.
+  // 500..999 apply the custom preset at that place of the sorted list.
+  // Returns the ApplyResult as an integer (kUnknown for a missing preset).
   int ApplyStandardIndex(int index);
+  // Applies a custom preset and shows it under `index` (500..999).
+  void ApplyCustomPresetAs(const CustomPreset& preset, int index);
+  // Applies the "Default Preset Index" of the settings in `settingsFolder`;
+  // a new instance does this once, before any state is restored.
+  bool ApplyDefaultPreset(const std::string& settingsFolder);
   // The standards item whose short name the closed menu shows.
   int ShownStandard() const { return mShownStandard.load(std::memory_order_relaxed); }
+  // The name of the custom preset shown (kept with the state, so that a
+  // project shows the preset it was made with even after the presets have
+  // changed); empty when a built-in item is shown or the preset was deleted.
+  std::string ShownCustomPreset() const;
+  // Forgets the shown custom preset when it is `name` (it was deleted).
+  void ForgetCustomPreset(const std::string& name);
+  // The shown item's short name or menu text as the state keeps it.
+  std::string ShownPresetText(bool menuText) const;
   // Names saved with the measurement (UTF-8).
   void SetTitle(std::string title) { mTitle = std::move(title); }
   void SetNotes(std::string notes) { mNotes = std::move(notes); }
@@ -113,6 +129,8 @@ class LoudnessMeterPlugin : public IPlugVST {
   std::atomic<bool> mWarmUp{true};
   std::atomic<bool> mSizing{false};
   std::atomic<int> mShownStandard{29};
+  mutable std::mutex mShownCustomLock;  // the editor reads the name while the host may restore a state
+  std::string mShownCustom;
   int32_t mConnectedInputs = 0;
   int32_t mConnectedOutputs = 0;
   int mConfiguration = -1;  // layout the engine measures with

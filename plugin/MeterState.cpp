@@ -14,12 +14,6 @@ namespace velorum {
 
 namespace {
 
-std::string ShownName(int index, bool menuText) {
-  const LoudnessStandard* s = FindStandard(index);
-  if (!s) return {};
-  return menuText || !s->shortName ? s->menuText : s->shortName;
-}
-
 double Finite(double v, double fallback) { return std::isfinite(v) ? v : fallback; }
 
 // Everything of a state body that is not applied until the whole body has
@@ -41,6 +35,7 @@ struct ParsedState {
   int32_t systemOffsetSeconds = 0;
   int32_t systemStartSeconds = 0;
   int32_t shownStandard = kDefaultStandardIndex;
+  std::string shownCustom;  // name of a custom preset shown (500..999)
   std::vector<uint32_t> samplePeaks;
   bool resetPending = false;
   int32_t abActive = 0;
@@ -114,8 +109,8 @@ bool LoudnessMeterPlugin::WriteState(ByteChunk& chunk) {
   chunk.PutInt64(mTransport.systemStartSeconds);
 
   const int shown = ShownStandard();
-  chunk.PutText(ShownName(shown, false));
-  chunk.PutText(ShownName(shown, true));
+  chunk.PutText(ShownPresetText(false));
+  chunk.PutText(ShownPresetText(true));
   chunk.PutText(LayoutAt(mConfiguration).name);
   chunk.PutInt32(56);
   chunk.PutInt64(measured);
@@ -222,6 +217,9 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
     pos = chunk.GetInt32(mode, pos);
     pos = chunk.GetU32Array(s.samplePeaks, pos);
     s.shownStandard = static_cast<int32_t>(std::clamp<int64_t>(fields[5], -1, 1000));
+    if (s.shownStandard >= kFirstCustomPresetIndex && s.shownStandard <= kLastCustomPresetIndex &&
+        CheckCustomPresetName(t2).empty())
+      s.shownCustom = t2;
   }
   if (s.version >= sv::kPendingFlag) {
     uint8_t pending = 0;
@@ -290,6 +288,10 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
   mTransport.systemStartSeconds = s.systemStartSeconds;
   mTransport.resetPending = s.resetPending;
   mShownStandard.store(s.shownStandard, std::memory_order_relaxed);
+  {
+    std::lock_guard<std::mutex> name(mShownCustomLock);
+    mShownCustom = std::move(s.shownCustom);
+  }
   mTitle = std::move(s.title);
   mNotes = std::move(s.notes);
   std::vector<float> maxima(kMaxChannels, 0.0f);

@@ -6,6 +6,8 @@
 
 #include "plugin/LoudnessMeterPlugin.h"
 #include "plugin/MeterParams.h"
+#include "presets/CustomPresets.h"
+#include "presets/GlobalSettings.h"
 #include "presets/LoudnessStandards.h"
 #include "ui/UiFormat.h"
 #include "ui/DistributionDisplay.h"
@@ -95,8 +97,8 @@ class FrameControl : public IControl {
   MeterEditor& mEditor;
 };
 
-// A button that can also take a typed path (the file chooser where the
-// platform has no dialog).
+// A button that can also take typed text: a path (the file chooser where the
+// platform has no dialog) or a preset name.
 class OpenFileButton : public ToolButton {
  public:
   using ToolButton::ToolButton;
@@ -105,6 +107,14 @@ class OpenFileButton : public ToolButton {
     if (onText) onText(text);
   }
 };
+
+std::string TrimBlanks(const std::string& s) {
+  const auto b = s.find_first_not_of(" \t\r\n");
+  if (b == std::string::npos) return {};
+  return s.substr(b, s.find_last_not_of(" \t\r\n") - b + 1);
+}
+
+bool IsCustomIndex(int index) { return index >= kFirstCustomPresetIndex && index <= kLastCustomPresetIndex; }
 
 std::string Stem(const std::string& path) {
   const auto u8 = std::filesystem::u8path(path).stem().u8string();
@@ -146,9 +156,15 @@ void MeterEditor::BuildControls() {
 
   MeterModel& m = *mModel;
   LoudnessMeterPlugin& p = mPlugin;
-  mButtons[MeterLayout::kPreset] = ui.Attach<ToolButton>(
+  auto* preset = ui.Attach<OpenFileButton>(
       *this, mLayout.buttons[MeterLayout::kPreset], [&m] { return m.PresetShortName(); }, [this] { OpenPresetMenu(); },
       nullptr, true);
+  preset->onText = [this](const std::string& text) {
+    auto entry = std::move(mPresetEntry);
+    mPresetEntry = nullptr;
+    if (entry) entry(text);
+  };
+  mButtons[MeterLayout::kPreset] = preset;
   mButtons[MeterLayout::kPreset]->SetTooltip("Choose the loudness standard or delivery target.");
   mButtons[MeterLayout::kPause] = ui.Attach<ToolButton>(
       *this, mLayout.buttons[MeterLayout::kPause], [&p] { return std::string(p.Measuring() ? "PAUSE" : "RESUME"); },
@@ -368,11 +384,146 @@ void MeterEditor::SetGuiScale(float scale) {
 float MeterEditor::GuiScale() const { return mResize->GetGUIScale(); }
 
 void MeterEditor::OpenPresetMenu() {
-  const std::vector<MenuItem> items = PresetMenuItems(mPlugin.ShownStandard());
-  OpenMenu(items, mButtons[MeterLayout::kPreset]->GetRECT(), [this](int id) {
-    mPlugin.ApplyStandardIndex(id);
+  // The presets as the menu shows them: a choice applies the preset seen,
+  // even if another instance changes the folder while the menu is open.
+  auto custom = std::make_shared<std::vector<CustomPresetEntry>>(CustomPresetStore(mSettings.FolderPath()).List());
+  std::vector<std::string> names;
+  for (const CustomPresetEntry& e : *custom) names.push_back(e.preset.name);
+  const std::vector<MenuItem> items = PresetMenuItems(mPlugin.ShownStandard(), names, mPlugin.ShownCustomPreset());
+  OpenMenu(items, mButtons[MeterLayout::kPreset]->GetRECT(), [this, custom](int id) {
+    if (IsCustomIndex(id)) {
+      const size_t position = static_cast<size_t>(id - kFirstCustomPresetIndex);
+      if (position < custom->size()) mPlugin.ApplyCustomPresetAs((*custom)[position].preset, id);
+    } else if (id == kSavePresetCommand) {
+      AskPresetName();
+    } else if (id == kImportPresetCommand) {
+      AskImportPath();
+    } else if (id == kSetDefaultCommand) {
+      MakeShownPresetDefault();
+    } else if (id == kDeletePresetCommand) {
+      DeleteShownPreset();
+    } else {
+      mPlugin.ApplyStandardIndex(id);
+    }
     RedrawAll();
   });
+}
+
+void MeterEditor::AskPresetName() {
+  // The name is typed in a box under the preset button.
+  mPresetEntry = [this](const std::string& name) { SavePreset(name); };
+  const DRect r = D(mButtons[MeterLayout::kPreset]->GetRECT());
+  const double w = std::min(260., double(mGraphics->Width()) - r.L - 8.);
+  mGraphics->CreateTextEntry(mButtons[MeterLayout::kPreset], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.),
+                             mPlugin.ShownCustomPreset());
+}
+
+void MeterEditor::SavePreset(const std::string& typedName, bool replace) {
+  const std::string name = TrimBlanks(typedName);
+  if (name.empty()) return;  // an empty entry cancels
+  const CustomPreset preset = CaptureCustomPreset(name, [this](int index) { return mModel->Param(index); });
+  if (const std::string problem = CheckCustomPreset(preset); !problem.empty()) {
+    ShowMessage(problem, {"OK"});
+    return;
+  }
+  const CustomPresetStore store(mSettings.FolderPath());
+  if (!replace) {
+    if (const std::optional<CustomPresetEntry> existing = store.Find(name)) {
+      ShowMessage("A preset named \"" + existing->preset.name + "\" already exists. Replace it?", {"Yes", "No"},
+                  [this, name](int answer) {
+                    if (answer == 0) SavePreset(name, true);
+                  });
+      return;
+    }
+  }
+  std::string message;
+  if (!store.Save(preset, true, message)) {
+    ShowMessage(message, {"OK"});
+    return;
+  }
+  const int index = store.IndexOf(name);
+  if (IsCustomIndex(index)) mPlugin.ApplyCustomPresetAs(preset, index);
+  RedrawAll();
+}
+
+void MeterEditor::AskImportPath() {
+  const std::string path = mGraphics->PromptForFile(false, kCustomPresetExtension, mSettings.exportFolder);
+  if (!path.empty()) {
+    ImportPreset(path);
+    return;
+  }
+#ifndef _WIN32
+  // Without a file dialog on this platform: type the path of the preset file.
+  mPresetEntry = [this](const std::string& typed) {
+    const std::string typedPath = TrimBlanks(typed);
+    if (!typedPath.empty()) ImportPreset(typedPath);
+  };
+  const DRect r = D(mButtons[MeterLayout::kPreset]->GetRECT());
+  const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
+  mGraphics->CreateTextEntry(mButtons[MeterLayout::kPreset], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
+#endif
+}
+
+void MeterEditor::ImportPreset(const std::string& path) {
+  const CustomPresetStore store(mSettings.FolderPath());
+  CustomPreset imported;
+  std::string message;
+  if (!store.Import(path, imported, message)) {
+    ShowMessage("The preset was not imported. " + message, {"OK"});
+    return;
+  }
+  ShowMessage("The preset \"" + imported.name + "\" was imported. It is in the preset menu under CUSTOM PRESETS.",
+              {"OK"});
+  RedrawAll();
+}
+
+void MeterEditor::MakeShownPresetDefault() {
+  DefaultPreset preset;
+  preset.index = mPlugin.ShownStandard();
+  std::string shown;
+  if (IsCustomIndex(preset.index)) {
+    preset.name = mPlugin.ShownCustomPreset();
+    if (!CustomPresetStore(mSettings.FolderPath()).Find(preset.name)) preset.name.clear();
+    shown = preset.name;
+  } else if (const LoudnessStandard* s = FindStandard(preset.index)) {
+    shown = TrimBlanks(s->menuText);
+  }
+  if (shown.empty()) {
+    ShowMessage("The settings shown are not a saved preset. Save them as a preset first.", {"OK"});
+    return;
+  }
+  if (!WriteDefaultPreset(mSettings.FolderPath(), preset)) {
+    ShowMessage("The settings file could not be written.", {"OK"});
+    return;
+  }
+  ShowMessage("New instances of the meter will start with \"" + shown + "\".", {"OK"});
+}
+
+void MeterEditor::DeleteShownPreset() {
+  const std::string name = IsCustomIndex(mPlugin.ShownStandard()) ? mPlugin.ShownCustomPreset() : std::string();
+  if (name.empty() || !CustomPresetStore(mSettings.FolderPath()).Find(name)) {
+    ShowMessage("Choose the custom preset to delete in the menu first.", {"OK"});
+    return;
+  }
+  ShowMessage("Delete the preset \"" + name + "\"? The meter keeps its current settings.", {"Delete", "Cancel"},
+              [this, name](int answer) {
+                if (answer != 0) return;
+                std::string message;
+                if (!CustomPresetStore(mSettings.FolderPath()).Remove(name, message)) {
+                  ShowMessage(message, {"OK"});
+                  return;
+                }
+                mPlugin.ForgetCustomPreset(name);
+                // New instances no longer look for it.
+                const std::optional<DefaultPreset> def = ReadDefaultPreset(mSettings.FolderPath());
+                if (def && IsCustomIndex(def->index) && SameCustomPresetName(def->name, name)) {
+                  SettingsFile file(mSettings.FolderPath());
+                  file.Erase(kDefaultPresetIndexKey);
+                  file.Erase(kDefaultPresetNameKey);
+                  file.Save();
+                }
+                RedrawAll();
+              });
 }
 
 void MeterEditor::OpenExportMenu() {

@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -86,6 +87,16 @@ class MeterEditor : public IEditor, public EditorHost {
   StatusBar& Status() { return *mStatus; }
   ToolButton& Button(int i) { return *mButtons[size_t(i)]; }
   const std::string& LastExportPath() const { return mLastExport; }
+
+  // The custom-preset commands of the preset menu. SavePreset stores the
+  // current settings under `name` (asking before it replaces a preset unless
+  // `replace`) and shows it; ImportPreset copies a preset file into the
+  // presets folder; the other two act on the preset shown, Delete after the
+  // user confirms in the message box.
+  void SavePreset(const std::string& name, bool replace = false);
+  void ImportPreset(const std::string& path);
+  void MakeShownPresetDefault();
+  void DeleteShownPreset();
   bool AnalysisRunning() const;
 
  private:
@@ -93,6 +104,8 @@ class MeterEditor : public IEditor, public EditorHost {
   void ApplyLayout();
   void PollAnalysis();
   void OpenPresetMenu();
+  void AskPresetName();
+  void AskImportPath();
   void OpenExportMenu();
   void ChooseFile();
   std::string ExportPath(ExportKind kind);
@@ -132,6 +145,8 @@ class MeterEditor : public IEditor, public EditorHost {
   std::atomic<bool> mParamsChanged{false};
   std::atomic<bool> mAllDirty{false};
   std::string mLastExport;
+  // Where the text typed under the preset button goes (a name, a path).
+  std::function<void(const std::string&)> mPresetEntry;
 
   // The timer thread (only while the window is open).
   std::thread mTicker;

@@ -136,13 +136,15 @@ int MeterModel::HistogramMode() const {
 }
 
 std::string MeterModel::PresetShortName() const {
-  const LoudnessStandard* s = FindStandard(mPlugin.ShownStandard());
-  return s ? s->shortName : "CUSTOM";
+  // A custom preset shows its own name; settings of no known preset (a
+  // deleted custom preset, an unknown index) show "CUSTOM".
+  const std::string name = mPlugin.ShownPresetText(false);
+  return name.empty() ? std::string("CUSTOM") : name;
 }
 
 std::string MeterModel::PresetMenuName() const {
-  const LoudnessStandard* s = FindStandard(mPlugin.ShownStandard());
-  std::string name = s ? s->menuText : "CUSTOM";
+  std::string name = mPlugin.ShownPresetText(true);
+  if (name.empty()) name = "CUSTOM";
   const auto b = name.find_first_not_of(' ');
   return b == std::string::npos ? std::string() : name.substr(b);
 }

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "presets/GlobalSettings.h"
+
 namespace velorum::ui {
 namespace {
 
@@ -27,20 +29,7 @@ std::string EnvOr(const char* name, const std::string& fallback) {
 
 }  // namespace
 
-std::string UiSettings::Folder() {
-  std::string folder = EnvOr("VELORUM_SETTINGS_DIR", "");
-  if (folder.empty()) {
-#ifdef _WIN32
-    folder = EnvOr("APPDATA", ".") + "/Velorum";
-#else
-    const std::string config = EnvOr("XDG_CONFIG_HOME", EnvOr("HOME", "/tmp") + "/.config");
-    folder = config + "/Velorum";
-#endif
-  }
-  std::error_code ec;
-  std::filesystem::create_directories(std::filesystem::u8path(folder), ec);
-  return folder;
-}
+std::string UiSettings::Folder() { return SettingsFolder(); }
 
 UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
 #ifdef _WIN32
@@ -63,11 +52,14 @@ UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
 }
 
 bool UiSettings::Save() const {
-  std::ofstream out(std::filesystem::u8path(mFolder + "/Settings.ini"), std::ios::binary | std::ios::trunc);
-  if (!out) return false;
-  out << "[ui]\nTheme=" << (Dark() ? 1 : 0) << "\nGUI Refresh Rate=" << refreshRate << "\nTime Code FPS=" << fpsIndex << "\nExport Theme=" << (exportTheme >= 0.5 ? 1 : 0)
-      << "\nExport Folder=" << exportFolder << "\n";
-  return static_cast<bool>(out.flush());
+  // The file also holds keys of others (the default preset): change only ours.
+  SettingsFile file(mFolder);
+  file.Set("Theme", std::to_string(Dark() ? 1 : 0));
+  file.Set("GUI Refresh Rate", std::to_string(refreshRate));
+  file.Set("Time Code FPS", std::to_string(fpsIndex));
+  file.Set("Export Theme", std::to_string(exportTheme >= 0.5 ? 1 : 0));
+  file.Set("Export Folder", exportFolder);
+  return file.Save();
 }
 
 int UiSettings::GraphIntervalMs() const {
