@@ -1,14 +1,20 @@
 #include "graphics/IGraphicsX11.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <set>
@@ -86,6 +92,212 @@ void ForgetDisplay(Display* d) {
   gDisplays.erase(d);
 }
 
+// ---------------------------------------------------------------- dialogs
+
+// A dialog program run as a child: argv as given (no shell), standard input
+// from /dev/null, standard error discarded, standard output into a pipe. It
+// runs in a process group of its own so that ending it also ends whatever it
+// started, and with default signal dispositions and an empty signal mask
+// whatever the host set for itself.
+class DialogProcess {
+public:
+  DialogProcess() = default;
+  DialogProcess(const DialogProcess&) = delete;
+  DialogProcess& operator=(const DialogProcess&) = delete;
+  ~DialogProcess() {
+    if (mPid > 0) End();
+    CloseOutput();
+  }
+
+  // False when the program could not be started (not installed).
+  bool Start(const std::vector<std::string>& args) {
+    if (args.empty()) return false;
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) return false;
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attr;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attr);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attr, &none);
+    posix_spawnattr_setsigdefault(&attr, &all);
+    posix_spawnattr_setpgroup(&attr, 0);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    std::vector<std::string> copy = args;
+    std::vector<char*> argv;
+    for (std::string& a : copy) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    const int rc = posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    close(fds[1]);
+    if (rc != 0) {
+      close(fds[0]);
+      return false;
+    }
+    mPid = pid;
+    mOut = fds[0];
+    fcntl(mOut, F_SETFL, fcntl(mOut, F_GETFL) | O_NONBLOCK);
+    return true;
+  }
+
+  int Output() const { return mOut; }
+  bool Running() const { return mPid > 0; }
+
+  // Reads what is there; false once the output is closed or too long for a
+  // path (the program is then ended).
+  bool ReadSome() {
+    if (mOut < 0) return false;
+    char buf[4096];
+    for (;;) {
+      const ssize_t n = read(mOut, buf, sizeof buf);
+      if (n > 0) {
+        mText.append(buf, static_cast<size_t>(n));
+        if (mText.size() > kMaxOutput) {
+          mText.clear();
+          End();
+          CloseOutput();
+          return false;
+        }
+        continue;
+      }
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
+      CloseOutput();  // end of output or an error
+      return false;
+    }
+  }
+
+  // Whether the program has ended (reaps it without waiting).
+  bool Reap() {
+    if (mPid <= 0) return true;
+    int status = 0;
+    const pid_t r = waitpid(mPid, &status, WNOHANG);
+    if (r == 0) return false;
+    if (r == mPid) {
+      mExitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    } else if (errno == ECHILD) {
+      // The host reaps its children itself (SIGCHLD ignored): the status is
+      // lost, and a path on the output is the only answer there is.
+      mExitCode = mText.empty() ? 1 : 0;
+    } else if (errno == EINTR) {
+      return false;
+    }
+    mPid = -1;
+    return true;
+  }
+
+  // Ends the program and its children: TERM, then KILL after a second.
+  void End() {
+    if (mPid <= 0) return;
+    kill(-mPid, SIGTERM);
+    const auto deadline = Clock::now() + std::chrono::seconds(1);
+    while (!Reap() && Clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (mPid > 0) {
+      kill(-mPid, SIGKILL);
+      waitpid(mPid, nullptr, 0);
+      mPid = -1;
+    }
+    mExitCode = -1;
+  }
+
+  int ExitCode() const { return mExitCode; }
+  const std::string& Text() const { return mText; }
+
+private:
+  static constexpr size_t kMaxOutput = 64 * 1024;
+  void CloseOutput() {
+    if (mOut >= 0) close(mOut);
+    mOut = -1;
+  }
+  pid_t mPid = -1;
+  int mOut = -1;
+  int mExitCode = -1;
+  std::string mText;
+};
+
+// Only plain extensions make filters; anything else would be read as filter
+// syntax by the dialogs.
+bool PlainExtension(const std::string& ext) {
+  if (ext.empty() || ext.size() > 16) return false;
+  for (const char c : ext)
+    if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))) return false;
+  return true;
+}
+
+std::string Upper(std::string s) {
+  for (char& c : s)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return s;
+}
+
+std::string Lower(std::string s) {
+  for (char& c : s)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return s;
+}
+
+// A directory to start in, ending in '/', so that the dialogs show its
+// contents instead of proposing its name as the file name.
+std::string StartFolder(const std::string& directory) {
+  if (directory.empty()) return {};
+  return directory.back() == '/' ? directory : directory + "/";
+}
+
+std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std::string& dir, unsigned long owner) {
+  std::vector<std::string> a = {"zenity", "--file-selection", save ? "--title=Save File" : "--title=Open File"};
+  if (save) {
+    a.emplace_back("--save");
+    a.emplace_back("--confirm-overwrite");
+  }
+  if (!dir.empty()) a.push_back("--filename=" + StartFolder(dir));
+  if (PlainExtension(ext)) {
+    const std::string lo = Lower(ext), up = Upper(ext);
+    a.push_back("--file-filter=" + up + " files (*." + lo + ") | *." + lo + " *." + up);
+    a.emplace_back("--file-filter=All files | *");
+  }
+  if (owner) a.push_back("--attach=" + std::to_string(owner));
+  return a;
+}
+
+std::vector<std::string> KdialogArgs(bool save, const std::string& ext, const std::string& dir, unsigned long owner) {
+  std::vector<std::string> a = {"kdialog", "--title", save ? "Save File" : "Open File"};
+  if (owner) {
+    a.emplace_back("--attach");
+    a.push_back(std::to_string(owner));
+  }
+  a.emplace_back(save ? "--getsavefilename" : "--getopenfilename");
+  const std::string start = StartFolder(dir);
+  if (!start.empty() || PlainExtension(ext)) a.push_back(start.empty() ? std::string(".") : start);
+  if (PlainExtension(ext)) {
+    const std::string lo = Lower(ext), up = Upper(ext);
+    a.push_back("*." + lo + " *." + up + "|" + up + " files (*." + lo + ")");
+  }
+  return a;
+}
+
+bool OnPath(const char* program) {
+  const char* path = std::getenv("PATH");
+  std::string dirs = path ? path : "/usr/local/bin:/usr/bin:/bin";
+  size_t begin = 0;
+  while (begin <= dirs.size()) {
+    const size_t end = std::min(dirs.find(':', begin), dirs.size());
+    std::string d = dirs.substr(begin, end - begin);
+    if (d.empty()) d = ".";
+    const std::string full = d + "/" + program;
+    struct stat st{};
+    if (stat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(full.c_str(), X_OK) == 0) return true;
+    begin = end + 1;
+  }
+  return false;
+}
+
 }  // namespace
 
 struct IGraphicsX11::Impl {
@@ -100,6 +312,7 @@ struct IGraphicsX11::Impl {
   int wake[2] = {-1, -1};
   std::atomic<long> ticks{0};
   bool windowGone = false;  // destroyed with its parent before we closed it
+  std::atomic<bool> prompting{false};  // a file dialog is up
   int winW = 0, winH = 0;
 
   Atom aClipboard = 0, aUtf8 = 0, aTargets = 0, aSelProp = 0;
@@ -558,6 +771,59 @@ struct IGraphicsX11::Impl {
     }
   }
 
+  // Waits for a dialog's answer. With `modal` (on the window's own thread)
+  // the window goes on drawing and answering the server meanwhile, and drops
+  // the user's presses, moves and key presses; a button or key release that
+  // ends a gesture begun before the dialog still arrives. Closing the window
+  // ends the dialog; false then.
+  bool WaitForDialog(DialogProcess& dialog, bool modal) {
+    auto next = Clock::now() + kTimerPeriod;
+    bool outputOpen = true;
+    for (;;) {
+      if (modal && stop) {
+        dialog.End();
+        return false;
+      }
+      if (!outputOpen && dialog.Reap()) return true;
+      pollfd fds[3];
+      nfds_t n = 0;
+      const int outIndex = outputOpen ? static_cast<int>(n) : -1;
+      if (outputOpen) fds[n++] = {dialog.Output(), POLLIN, 0};
+      if (modal) {
+        fds[n++] = {ConnectionNumber(dpy), POLLIN, 0};
+        if (wake[0] >= 0) fds[n++] = {wake[0], POLLIN, 0};
+      }
+      int timeout = outputOpen ? 200 : 5;
+      if (modal) {
+        const auto toTick = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
+        timeout = std::clamp(static_cast<int>(toTick), 0, timeout);
+        if (XPending(dpy)) timeout = 0;
+      }
+      for (nfds_t i = 0; i < n; ++i) fds[i].revents = 0;
+      poll(fds, n, timeout);
+      if (outIndex >= 0 && fds[outIndex].revents) outputOpen = dialog.ReadSome();
+      if (!outputOpen && !dialog.Running()) return true;  // ended for a too-long answer
+      if (!modal) continue;
+      for (nfds_t i = 1; i < n; ++i)
+        if (fds[i].fd == wake[0] && (fds[i].revents & POLLIN)) {
+          char b[16];
+          while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {}
+        }
+      while (XPending(dpy)) {
+        XEvent e;
+        XNextEvent(dpy, &e);
+        if (e.type == ButtonPress || e.type == MotionNotify || e.type == KeyPress) continue;
+        Handle(e);
+      }
+      const auto now = Clock::now();
+      if (now >= next) {
+        next += kTimerPeriod;
+        if (next < now) next = now + kTimerPeriod;
+        Tick();
+      }
+    }
+  }
+
   void Run() {
     auto next = Clock::now() + kTimerPeriod;
     pollfd fds[2] = {{ConnectionNumber(dpy), POLLIN, 0}, {wake[0], POLLIN, 0}};
@@ -838,3 +1104,37 @@ bool IGraphicsX11::OpenFolderWithItem(const std::string& path) {
 }
 
 bool IGraphicsX11::OpenURL(const std::string& url) { return SpawnXdgOpen(url); }
+
+bool IGraphicsX11::FileDialogAvailable() { return OnPath("zenity") || OnPath("kdialog"); }
+
+std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension, const std::string& directory) {
+  Impl& m = *mImpl;
+  // One dialog at a time: a second request while one is up is a cancel.
+  if (m.prompting.exchange(true)) return {};
+  const bool modal = m.win && m.thread.joinable() && m.thread.get_id() == std::this_thread::get_id();
+  unsigned long owner = 0;
+  if (m.win && modal) {
+    const Window top = m.TopLevel();
+    if (top && top != m.root) owner = top;
+  }
+  std::string chosen;
+  for (int tool = 0; tool < 2; ++tool) {
+    DialogProcess dialog;
+    if (!dialog.Start(tool == 0 ? ZenityArgs(save, extension, directory, owner)
+                                : KdialogArgs(save, extension, directory, owner)))
+      continue;  // not installed: the next one
+    if (!m.WaitForDialog(dialog, modal)) break;  // the window closed
+    // 127: a wrapper on PATH that found no program to run.
+    if (dialog.ExitCode() == 127 && dialog.Text().empty()) continue;
+    if (dialog.ExitCode() == 0) {
+      chosen = dialog.Text();
+      // The path is the first line; a file name may hold anything but '\0'
+      // and '/', so only the final newline is taken off.
+      if (!chosen.empty() && chosen.back() == '\n') chosen.pop_back();
+      if (chosen.find('\0') != std::string::npos || chosen.empty() || chosen[0] != '/') chosen.clear();
+    }
+    break;
+  }
+  m.prompting = false;
+  return chosen;
+}

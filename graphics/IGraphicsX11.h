@@ -25,6 +25,17 @@ public:
   bool GetTextFromClipboard(std::string& text) override;
   bool SetTextInClipboard(const std::string& text) override;
   void ResizeWindow(int width, int height) override;
+  // A file dialog of the desktop: `zenity --file-selection`, or kdialog when
+  // zenity is missing, run as a child process whose standard output is the
+  // chosen path. "" on cancel, when neither program is installed, or when the
+  // window closes while the dialog is up (the dialog is ended then).
+  // Called on the window's own thread (from a click), the window stays modal
+  // behind the dialog: it keeps drawing on its timer and answering the server
+  // (exposes, clipboard, drops) but ignores presses, moves and keys. Other
+  // threads that take GetLock() wait until the dialog is answered.
+  std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) override;
+  // Whether zenity or kdialog is on PATH (else the editor asks for a typed path).
+  static bool FileDialogAvailable();
   // Through xdg-open.
   bool OpenFolderWithItem(const std::string& path) override;
   bool OpenURL(const std::string& url) override;

@@ -7,8 +7,10 @@
 
 #include <cstring>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -634,4 +636,236 @@ TEST_F(X11Editor, TextEntryTakesTypedTextUntilEnter) {
   std::lock_guard<std::recursive_mutex> lock(e.g->GetLock());
   EXPECT_EQ(field->typed, "12.5");
   EXPECT_FLOAT_EQ(field->wheel, 0.f);
+}
+
+// ------------------------------------------------------------ file dialogs
+
+namespace {
+
+// Fake zenity and kdialog: shell scripts in a folder that is the whole PATH
+// while a test runs. Each records its arguments one per line and its process
+// id, waits the prepared delay, prints the prepared answer byte for byte and
+// exits with the prepared code.
+struct FakeDialogs {
+  std::filesystem::path dir;
+  std::string oldPath;
+  FakeDialogs(bool zenity, bool kdialog) {
+    dir = std::filesystem::path(OutputPath("fake-dialogs-" + std::to_string(getpid())));
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir);
+    for (const char* tool : {"zenity", "kdialog"}) {
+      if ((tool[0] == 'z' && !zenity) || (tool[0] == 'k' && !kdialog)) continue;
+      const std::filesystem::path script = dir / tool;
+      std::ofstream(script) << "#!/bin/sh\n"
+                               "d=${0%/*}\n"
+                               "echo $$ > \"$d/pid\"\n"
+                               "printf '%s\\n' \"${0##*/}\" > \"$d/args\"\n"
+                               "for a in \"$@\"; do printf '%s\\n' \"$a\" >> \"$d/args\"; done\n"
+                               ": > \"$d/started\"\n"
+                               "/bin/sleep \"$(/bin/cat \"$d/delay\")\"\n"
+                               "/bin/cat \"$d/answer\"\n"
+                               "exit \"$(/bin/cat \"$d/code\")\"\n";
+      std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+    }
+    Answer("", 1);
+    const char* path = std::getenv("PATH");
+    oldPath = path ? path : "";
+    setenv("PATH", dir.c_str(), 1);
+  }
+  ~FakeDialogs() {
+    setenv("PATH", oldPath.c_str(), 1);
+    std::error_code ec;
+    std::filesystem::remove_all(dir, ec);
+  }
+  void Answer(const std::string& text, int code, double delaySeconds = 0.0) {
+    std::filesystem::remove(dir / "started");
+    std::filesystem::remove(dir / "args");
+    std::ofstream(dir / "answer", std::ios::binary) << text;
+    std::ofstream(dir / "code") << code << "\n";
+    std::ofstream(dir / "delay") << delaySeconds << "\n";
+  }
+  bool Started() const { return std::filesystem::exists(dir / "started"); }
+  // The program's name, then its arguments.
+  std::vector<std::string> Args() const {
+    std::vector<std::string> out;
+    std::ifstream in(dir / "args");
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
+  }
+  pid_t Pid() const {
+    pid_t pid = -1;
+    std::ifstream(dir / "pid") >> pid;
+    return pid;
+  }
+};
+
+using Args = std::vector<std::string>;
+
+}  // namespace
+
+// The options arrive as separate arguments, never through a shell, so that
+// folders and chosen paths with blanks, quotes and shell syntax stay intact.
+TEST(X11FileDialog, ZenityGetsItsOptionsAsArgumentsAndPathsStayIntact) {
+  FakeDialogs fake(true, true);
+  IGraphicsX11 g(300, 200, 60);  // no window: the caller just waits
+  const std::string folder = "/tmp/Loud \"mixes\" 'n' $(touch pwned) & more";
+  const std::string chosen = "/tmp/My \"final\" mix; $(touch pwned) `id` \xC3\xA9t\xC3\xA9.csv";
+  fake.Answer(chosen + "\n", 0);
+  EXPECT_EQ(g.PromptForFile(true, "csv", folder), chosen);
+  EXPECT_EQ(fake.Args(), (Args{"zenity", "--file-selection", "--title=Save File", "--save", "--confirm-overwrite",
+                               "--filename=" + folder + "/", "--file-filter=CSV files (*.csv) | *.csv *.CSV",
+                               "--file-filter=All files | *"}));
+  EXPECT_FALSE(std::filesystem::exists("pwned"));
+  EXPECT_FALSE(std::filesystem::exists(fake.dir / "pwned"));
+
+  // Opening: no save options, and no filter without an extension.
+  fake.Answer("/media/take 1.wav\n", 0);
+  EXPECT_EQ(g.PromptForFile(false, "", "/media/"), "/media/take 1.wav");
+  EXPECT_EQ(fake.Args(), (Args{"zenity", "--file-selection", "--title=Open File", "--filename=/media/"}));
+  // An extension that is not a plain word makes no filter (it would be read
+  // as filter syntax).
+  fake.Answer("/media/a.wav\n", 0);
+  EXPECT_EQ(g.PromptForFile(false, "wav | *", ""), "/media/a.wav");
+  EXPECT_EQ(fake.Args(), (Args{"zenity", "--file-selection", "--title=Open File"}));
+  EXPECT_TRUE(IGraphicsX11::FileDialogAvailable());
+}
+
+TEST(X11FileDialog, CancelAndUnusableAnswersGiveNothing) {
+  FakeDialogs fake(true, false);
+  IGraphicsX11 g(300, 200, 60);
+  const struct {
+    std::string text;
+    int code;
+    const char* why;
+  } cases[] = {
+      {"", 1, "cancelled"},
+      {"/tmp/x.csv\n", 1, "a path with a failure code"},
+      {"", 0, "nothing chosen"},
+      {"\n", 0, "an empty line"},
+      {"relative/x.csv\n", 0, "not an absolute path"},
+      {std::string("/tmp/a\0b.csv\n", 13), 0, "a NUL inside"},
+      {"/" + std::string(200000, 'a') + "\n", 0, "longer than any path"},
+      {"/tmp/x.csv\n", 255, "the program failed"},
+  };
+  for (const auto& c : cases) {
+    fake.Answer(c.text, c.code);
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(g.PromptForFile(true, "csv", "/tmp"), "") << c.why;
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, 3s) << c.why;
+  }
+  // A file name may end in blanks: only the final newline goes.
+  fake.Answer("/tmp/x.csv  \n", 0);
+  EXPECT_EQ(g.PromptForFile(true, "csv", "/tmp"), "/tmp/x.csv  ");
+}
+
+TEST(X11FileDialog, KdialogWhenZenityIsMissingAndNothingWhenNeitherIs) {
+  IGraphicsX11 g(300, 200, 60);
+  {
+    FakeDialogs fake(false, true);
+    EXPECT_TRUE(IGraphicsX11::FileDialogAvailable());
+    fake.Answer("/srv/exports/Velorum_History.csv\n", 0);
+    EXPECT_EQ(g.PromptForFile(true, "csv", "/srv/exports"), "/srv/exports/Velorum_History.csv");
+    EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Save File", "--getsavefilename", "/srv/exports/",
+                                 "*.csv *.CSV|CSV files (*.csv)"}));
+    fake.Answer("/srv/in put.flac\n", 0);
+    EXPECT_EQ(g.PromptForFile(false, "", "/srv/"), "/srv/in put.flac");
+    EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Open File", "--getopenfilename", "/srv/"}));
+    fake.Answer("", 1);
+    EXPECT_EQ(g.PromptForFile(false, "wav", ""), "");
+    EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Open File", "--getopenfilename", ".",
+                                 "*.wav *.WAV|WAV files (*.wav)"}));
+  }
+  {
+    FakeDialogs none(false, false);
+    EXPECT_FALSE(IGraphicsX11::FileDialogAvailable());
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(g.PromptForFile(true, "txt", "/tmp"), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, 1s);
+  }
+}
+
+namespace {
+// A button that asks for a file when pressed, as the editor's "OPEN FILE" does.
+struct OpenButton : Recorder {
+  using Recorder::Recorder;
+  void OnMouseDown(float x, float y, const IMouseMod& m) override {
+    Recorder::OnMouseDown(x, y, m);
+    answer = GetGUI()->PromptForFile(false, "wav", "/tmp");
+    ++answers;
+  }
+  std::string answer;
+  std::atomic<int> answers{0};
+};
+
+bool WaitUntil(const std::function<bool()>& cond, std::chrono::milliseconds limit = 3000ms) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < end) {
+    if (cond()) return true;
+    std::this_thread::sleep_for(5ms);
+  }
+  return cond();
+}
+}  // namespace
+
+// A click that opens the dialog runs it on the window's thread: the window
+// stays modal behind it, goes on with its timer and repaints what is
+// uncovered, drops presses meant for the editor, and closing the window ends
+// the dialog instead of waiting for it.
+TEST_F(X11Editor, FileDialogIsModalKeepsDrawingAndEndsWithTheWindow) {
+  FakeDialogs fake(true, false);
+  Editor e;
+  auto* open = e.g->Attach<OpenButton>(IRECT(150.f, 20.f, 280.f, 80.f), tg_color{0.1, 0.1, 0.9, 1});
+  ASSERT_NE(e.g->OpenWindow(host->handle()), nullptr);
+  ASSERT_TRUE(WaitFor(*e.g, [&] { return e.x11().TimerTicks() > 2; }));
+
+  // Answered after a moment: the path reaches the button.
+  fake.Answer("/tmp/take 2.wav\n", 0, 0.3);
+  host->Move(200, 50);
+  host->Click(1);
+  ASSERT_TRUE(WaitUntil([&] { return open->answers.load() == 1; }));
+  {
+    std::lock_guard<std::recursive_mutex> lock(e.g->GetLock());
+    EXPECT_EQ(open->answer, "/tmp/take 2.wav");
+  }
+  const Args args = fake.Args();
+  ASSERT_FALSE(args.empty());
+  // The dialog belongs to the host's top-level window.
+  EXPECT_EQ(args.back(), "--attach=" + std::to_string(host->win));
+  std::this_thread::sleep_for(500ms);  // not a double click
+
+  // Left open: the window's thread is in the dialog.
+  fake.Answer("/tmp/never.wav\n", 0, 60);
+  host->Click(1);
+  ASSERT_TRUE(WaitUntil([&] { return fake.Started(); }));
+  const long ticks = e.x11().TimerTicks();
+  std::this_thread::sleep_for(150ms);
+  EXPECT_GT(e.x11().TimerTicks(), ticks + 5);  // the timer goes on
+  // Presses meant for the editor are dropped while the dialog is up.
+  host->Move(60, 150);
+  host->Click(1);
+  // Covered and uncovered again, the editor is painted again.
+  XUnmapWindow(host->dpy, host->win);
+  XSync(host->dpy, False);
+  std::this_thread::sleep_for(50ms);
+  XMapWindow(host->dpy, host->win);
+  XSync(host->dpy, False);
+  std::this_thread::sleep_for(150ms);
+  cairo_surface_t* shot = host->Screenshot(400, 300);
+  EXPECT_TRUE(IsRed(PixelAt(shot, 30, 30)));
+  EXPECT_GT(Blue(PixelAt(shot, 200, 50)), 200);
+  cairo_surface_destroy(shot);
+  EXPECT_EQ(open->answers.load(), 1);
+
+  // The host closes the editor: the dialog ends and the close returns soon.
+  const pid_t dialog = fake.Pid();
+  ASSERT_GT(dialog, 0);
+  const auto t0 = std::chrono::steady_clock::now();
+  e.g->CloseWindow();
+  EXPECT_LT(std::chrono::steady_clock::now() - t0, 2s);
+  EXPECT_EQ(open->answers.load(), 2);
+  EXPECT_EQ(open->answer, "");
+  EXPECT_EQ(kill(dialog, 0), -1);  // ended and reaped
+  EXPECT_TRUE(e.background->downs.empty());
+  EXPECT_EQ(e.background->doubles, 0);
+  EXPECT_EQ(open->downs.size(), 2u);
 }
