@@ -169,7 +169,7 @@ void LoudnessMeterPlugin::ApplyCustomPresetAs(const CustomPreset& preset, int in
   InformEditorOfParamChange(param::kStandard);
 }
 
-bool LoudnessMeterPlugin::ApplyDefaultPreset(const std::string& settingsFolder) {
+bool LoudnessMeterPlugin::ApplyDefaultPreset(const std::string& settingsFolder) try {
   const std::optional<DefaultPreset> preset = ReadDefaultPreset(settingsFolder);
   if (!preset) return false;
   if (preset->index < kFirstCustomPresetIndex || preset->index > kLastCustomPresetIndex)
@@ -184,6 +184,9 @@ bool LoudnessMeterPlugin::ApplyDefaultPreset(const std::string& settingsFolder) 
       return true;
     }
   }
+  return false;
+} catch (...) {
+  // Settings that cannot be read leave the instance as declared.
   return false;
 }
 

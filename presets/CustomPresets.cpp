@@ -327,11 +327,14 @@ bool ParseCustomPreset(std::string_view text, CustomPreset& preset, std::string&
   return true;
 }
 
-bool ReadCustomPresetFile(const std::string& path, CustomPreset& preset, std::string& message) {
+bool ReadCustomPresetFile(const std::string& path, CustomPreset& preset, std::string& message) try {
   message.clear();
   const std::string text = ReadSmallFile(fs::u8path(path), message);
   if (!message.empty()) return false;
   return ParseCustomPreset(text, preset, message);
+} catch (...) {
+  message = "The preset files could not be read or written.";
+  return false;
 }
 
 CustomPreset CaptureCustomPreset(std::string name, const std::function<double(int)>& read) {
@@ -378,7 +381,7 @@ void ApplyCustomPreset(const CustomPreset& p, const std::function<void(int, doub
 
 CustomPresetStore::CustomPresetStore(const std::string& settingsFolder) : mFolder(settingsFolder + "/Presets") {}
 
-std::vector<CustomPresetEntry> CustomPresetStore::List() const {
+std::vector<CustomPresetEntry> CustomPresetStore::List() const try {
   std::vector<CustomPresetEntry> list;
   std::error_code ec;
   fs::directory_iterator it(fs::u8path(mFolder), ec), end;
@@ -409,6 +412,8 @@ std::vector<CustomPresetEntry> CustomPresetStore::List() const {
              list.end());
   if (list.size() > kMaxCustomPresets) list.resize(kMaxCustomPresets);
   return list;
+} catch (...) {
+  return {};
 }
 
 std::optional<CustomPresetEntry> CustomPresetStore::Find(std::string_view name) const {
@@ -432,7 +437,7 @@ int CustomPresetStore::IndexOf(std::string_view name) const {
   return -1;
 }
 
-bool CustomPresetStore::Save(const CustomPreset& preset, bool replace, std::string& message) const {
+bool CustomPresetStore::Save(const CustomPreset& preset, bool replace, std::string& message) const try {
   message = CheckCustomPreset(preset);
   if (!message.empty()) return false;
   const std::vector<CustomPresetEntry> list = List();
@@ -456,17 +461,23 @@ bool CustomPresetStore::Save(const CustomPreset& preset, bool replace, std::stri
     return false;
   }
   return true;
+} catch (...) {
+  message = "The preset files could not be read or written.";
+  return false;
 }
 
-bool CustomPresetStore::Import(const std::string& path, CustomPreset& imported, std::string& message) const {
+bool CustomPresetStore::Import(const std::string& path, CustomPreset& imported, std::string& message) const try {
   CustomPreset preset;
   if (!ReadCustomPresetFile(path, preset, message)) return false;
   if (!Save(preset, false, message)) return false;
   imported = std::move(preset);
   return true;
+} catch (...) {
+  message = "The preset files could not be read or written.";
+  return false;
 }
 
-bool CustomPresetStore::Remove(std::string_view name, std::string& message) const {
+bool CustomPresetStore::Remove(std::string_view name, std::string& message) const try {
   const std::optional<CustomPresetEntry> entry = Find(name);
   if (!entry) {
     message = "There is no preset named " + Quoted(name) + ".";
@@ -479,6 +490,9 @@ bool CustomPresetStore::Remove(std::string_view name, std::string& message) cons
   }
   message.clear();
   return true;
+} catch (...) {
+  message = "The preset files could not be read or written.";
+  return false;
 }
 
 }  // namespace velorum

@@ -43,12 +43,16 @@ std::string SettingsFolder(bool create) {
     folder = config + "/Velorum";
 #endif
   }
-  std::error_code ec;
-  if (create) fs::create_directories(fs::u8path(folder), ec);
+  try {
+    std::error_code ec;
+    if (create) fs::create_directories(fs::u8path(folder), ec);
+  } catch (...) {
+    // A folder the platform cannot convert: readers find nothing there.
+  }
   return folder;
 }
 
-bool ReplaceFileContents(const std::string& path, std::string_view bytes) {
+bool ReplaceFileContents(const std::string& path, std::string_view bytes) try {
   static std::atomic<unsigned> counter{0};
   const auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
   const fs::path target = fs::u8path(path);
@@ -79,17 +83,24 @@ bool ReplaceFileContents(const std::string& path, std::string_view bytes) {
     return false;
   }
   return true;
+} catch (...) {
+  return false;
 }
 
 SettingsFile::SettingsFile(std::string folder) : mFolder(std::move(folder)) {
-  std::error_code ec;
-  const auto size = fs::file_size(fs::u8path(Path()), ec);
-  if (ec || size > kMaxBytes) return;
-  std::ifstream in(fs::u8path(Path()), std::ios::binary);
-  std::string line;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    mLines.push_back(std::move(line));
+  try {
+    std::error_code ec;
+    const auto size = fs::file_size(fs::u8path(Path()), ec);
+    if (ec || size > kMaxBytes) return;
+    std::ifstream in(fs::u8path(Path()), std::ios::binary);
+    std::string line;
+    while (std::getline(in, line)) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      mLines.push_back(std::move(line));
+    }
+  } catch (...) {
+    // A path the platform cannot convert reads as an empty file.
+    mLines.clear();
   }
 }
 
@@ -127,12 +138,14 @@ void SettingsFile::Erase(std::string_view key) {
   std::erase_if(mLines, [&](const std::string& line) { return KeyOf(line) == key; });
 }
 
-bool SettingsFile::Save() const {
+bool SettingsFile::Save() const try {
   std::error_code ec;
   fs::create_directories(fs::u8path(mFolder), ec);
   std::string text;
   for (const std::string& line : mLines) text += line + "\n";
   return ReplaceFileContents(Path(), text);
+} catch (...) {
+  return false;
 }
 
 std::optional<DefaultPreset> ReadDefaultPreset(const std::string& folder) {
