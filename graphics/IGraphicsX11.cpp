@@ -250,7 +250,8 @@ std::string StartFolder(const std::string& directory) {
   return directory.back() == '/' ? directory : directory + "/";
 }
 
-std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std::string& dir, unsigned long owner) {
+// No --attach: zenity 3.91 and later reject it (and with it the whole call).
+std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std::string& dir) {
   std::vector<std::string> a = {"zenity", "--file-selection", save ? "--title=Save File" : "--title=Open File"};
   if (save) {
     a.emplace_back("--save");
@@ -262,7 +263,6 @@ std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std
     a.push_back("--file-filter=" + up + " files (*." + lo + ") | *." + lo + " *." + up);
     a.emplace_back("--file-filter=All files | *");
   }
-  if (owner) a.push_back("--attach=" + std::to_string(owner));
   return a;
 }
 
@@ -1120,7 +1120,7 @@ std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension,
   std::string chosen;
   for (int tool = 0; tool < 2; ++tool) {
     DialogProcess dialog;
-    if (!dialog.Start(tool == 0 ? ZenityArgs(save, extension, directory, owner)
+    if (!dialog.Start(tool == 0 ? ZenityArgs(save, extension, directory)
                                 : KdialogArgs(save, extension, directory, owner)))
       continue;  // not installed: the next one
     if (!m.WaitForDialog(dialog, modal)) break;  // the window closed
