@@ -1128,8 +1128,8 @@ std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension,
     if (dialog.ExitCode() == 127 && dialog.Text().empty()) continue;
     if (dialog.ExitCode() == 0) {
       chosen = dialog.Text();
-      // The path is the first line; a file name may hold anything but '\0'
-      // and '/', so only the final newline is taken off.
+      // The answer is the path and a newline. A file name may hold anything
+      // but '\0' and '/', newlines too, so only the final newline goes.
       if (!chosen.empty() && chosen.back() == '\n') chosen.pop_back();
       if (chosen.find('\0') != std::string::npos || chosen.empty() || chosen[0] != '/') chosen.clear();
     }
