@@ -4,6 +4,9 @@
 #include <cmath>
 #include <filesystem>
 
+#ifndef _WIN32
+#include "graphics/IGraphicsX11.h"
+#endif
 #include "plugin/LoudnessMeterPlugin.h"
 #include "plugin/MeterParams.h"
 #include "presets/CustomPresets.h"
@@ -447,21 +450,21 @@ void MeterEditor::SavePreset(const std::string& typedName, bool replace) {
 }
 
 void MeterEditor::AskImportPath() {
-  const std::string path = mGraphics->PromptForFile(false, kCustomPresetExtension, mSettings.exportFolder);
-  if (!path.empty()) {
-    ImportPreset(path);
+#ifndef _WIN32
+  if (!IGraphicsX11::FileDialogAvailable()) {
+    // No file dialog on this desktop: type the path of the preset file.
+    mPresetEntry = [this](const std::string& typed) {
+      const std::string typedPath = TrimBlanks(typed);
+      if (!typedPath.empty()) ImportPreset(typedPath);
+    };
+    const DRect r = D(mButtons[MeterLayout::kPreset]->GetRECT());
+    const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
+    mGraphics->CreateTextEntry(mButtons[MeterLayout::kPreset], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
     return;
   }
-#ifndef _WIN32
-  // Without a file dialog on this platform: type the path of the preset file.
-  mPresetEntry = [this](const std::string& typed) {
-    const std::string typedPath = TrimBlanks(typed);
-    if (!typedPath.empty()) ImportPreset(typedPath);
-  };
-  const DRect r = D(mButtons[MeterLayout::kPreset]->GetRECT());
-  const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
-  mGraphics->CreateTextEntry(mButtons[MeterLayout::kPreset], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
 #endif
+  const std::string path = mGraphics->PromptForFile(false, kCustomPresetExtension, mSettings.exportFolder);
+  if (!path.empty()) ImportPreset(path);
 }
 
 void MeterEditor::ImportPreset(const std::string& path) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -224,17 +225,21 @@ TEST(PresetEditor, ImportValidatesAndCopiesIntoThePresetsFolder) {
   EXPECT_EQ(meter.Plugin().ParamValue(17), -16.0);
 
 #ifndef _WIN32
-  // Through the menu: without a file dialog the path is typed.
+  // Through the menu on a desktop without zenity or kdialog (an empty PATH):
+  // the path is typed under the preset button.
   CustomPreset other = shared;
   other.name = "Other";
   const fs::path second = outside / "other.qrxpreset";
   { std::ofstream(second, std::ios::binary) << FormatCustomPreset(other); }
+  const char* path = std::getenv("PATH");
+  const std::string oldPath = path ? path : "";
+  setenv("PATH", outside.c_str(), 1);
   Choose(ed, ui::kImportPresetCommand);
-  if (ed.Graphics().IsTextEntryOpen()) {
-    Type(ed, second.string());
-    ed.Message().Press(0);
-    EXPECT_EQ(StoredNames(meter.Folder()), (std::vector<std::string>{"Other", "Shared Loud"}));
-  }
+  setenv("PATH", oldPath.c_str(), 1);
+  Type(ed, second.string());
+  EXPECT_NE(ed.Message().Text().find("\"Other\" was imported"), std::string::npos) << ed.Message().Text();
+  ed.Message().Press(0);
+  EXPECT_EQ(StoredNames(meter.Folder()), (std::vector<std::string>{"Other", "Shared Loud"}));
 #endif
 }
 
