@@ -200,6 +200,8 @@ std::string CheckCustomPresetName(std::string_view name) {
   if (name.front() == ' ' || name.back() == ' ' || name.front() == '.' || name.back() == '.')
     return "A preset name cannot begin or end with a space or a dot.";
   if (IsReservedDeviceName(name)) return Quoted(name) + " is reserved by Windows and cannot name a preset.";
+  // The closed menu shows the name: it must not pass for a built-in standard.
+  if (FindStandardByName(name)) return Quoted(name) + " is the name of a built-in preset.";
   return {};
 }
 

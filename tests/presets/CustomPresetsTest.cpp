@@ -169,6 +169,7 @@ TEST(CustomPresets, HostileFilesAreRefusedWithAReason) {
       {with("name", "lpt1.txt"), "reserved"},
       {with("name", std::string(65, 'x')), "longer than 64"},
       {with("name", ".hidden"), "begin or end"},
+      {with("name", "ebu r128"), "built-in"},
   };
   const std::string folder = FreshFolder("hostile");
   const CustomPresetStore store(folder);
