@@ -56,11 +56,25 @@ void Choose(MeterEditor& ed, int id) {
   ASSERT_TRUE(ed.Menu().Choose(id)) << id;
 }
 
+#ifndef _WIN32
 void Type(MeterEditor& ed, const std::string& text) {
   ASSERT_TRUE(ed.Graphics().IsTextEntryOpen());
   for (int i = 0; i < 80; ++i) ed.Graphics().OnTextEntryBackspace();  // the box may hold the shown name
   ed.Graphics().OnTextEntryChar(text);
   ed.Graphics().CloseTextEntry(true);
+}
+#endif
+
+// SAVE PRESET with a typed name. The Windows editor types into a native box
+// of its window, which the offscreen editor does not have: there the name
+// goes straight to what the box's Enter calls.
+void SaveAs(MeterEditor& ed, const std::string& name) {
+  Choose(ed, ui::kSavePresetCommand);
+#ifdef _WIN32
+  ed.SavePreset(name);
+#else
+  Type(ed, name);
+#endif
 }
 
 const MenuItem* Find(const std::vector<MenuItem>& items, int id) {
@@ -113,37 +127,33 @@ TEST(PresetEditor, SaveReplaceSetDefaultAndDelete) {
   p.ApplyStandardIndex(2);  // "ATSC A/85", then a change of the engineer's own
   p.SetParam(13, -3.0);
 
-  Choose(ed, ui::kSavePresetCommand);
-  Type(ed, "  Trailer mix ");
+  SaveAs(ed, "  Trailer mix ");
   EXPECT_EQ(StoredNames(folder), std::vector<std::string>{"Trailer mix"});
   EXPECT_EQ(p.ShownCustomPreset(), "Trailer mix");
   EXPECT_EQ(p.ShownStandard(), 500);
   EXPECT_EQ(ed.Model().PresetShortName(), "Trailer mix");
-  CustomPreset stored = CustomPresetStore(folder).Find("Trailer mix")->preset;
+  CustomPreset stored = CustomPresetStore(folder).Find("Trailer mix").value().preset;
   EXPECT_EQ(stored.target, -24);
   EXPECT_TRUE(stored.lkfs);
   EXPECT_EQ(stored.truePeakMax, -3.0);
 
   // A name no file can carry is refused in the message box.
-  Choose(ed, ui::kSavePresetCommand);
-  Type(ed, "a/b");
+  SaveAs(ed, "a/b");
   ASSERT_TRUE(ed.Message().IsShown());
   EXPECT_NE(ed.Message().Text().find("cannot contain"), std::string::npos) << ed.Message().Text();
   ed.Message().Press(0);
 
   // The same name again asks before replacing.
   p.SetParam(17, -27.0);
-  Choose(ed, ui::kSavePresetCommand);
-  Type(ed, "TRAILER MIX");
+  SaveAs(ed, "TRAILER MIX");
   ASSERT_TRUE(ed.Message().IsShown());
   EXPECT_NE(ed.Message().Text().find("already exists"), std::string::npos);
   ed.Message().Press(1);  // No
-  EXPECT_EQ(CustomPresetStore(folder).Find("Trailer mix")->preset.target, -24);
-  Choose(ed, ui::kSavePresetCommand);
-  Type(ed, "TRAILER MIX");
+  EXPECT_EQ(CustomPresetStore(folder).Find("Trailer mix").value().preset.target, -24);
+  SaveAs(ed, "TRAILER MIX");
   ed.Message().Press(0);  // Yes
   EXPECT_EQ(StoredNames(folder), std::vector<std::string>{"TRAILER MIX"});
-  EXPECT_EQ(CustomPresetStore(folder).Find("Trailer mix")->preset.target, -27);
+  EXPECT_EQ(CustomPresetStore(folder).Find("Trailer mix").value().preset.target, -27);
 
   // SET DEFAULT: a new instance starts with it; the editor's own settings keep it.
   Choose(ed, ui::kSetDefaultCommand);
