@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "presets/GlobalSettings.h"
+#include "ui/UiFormat.h"
 
 namespace velorum::ui {
 namespace {
@@ -46,7 +47,7 @@ UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
     if (key == "Theme") theme = ToInt(value, 1, 0, 1);
     else if (key == "GUI Refresh Rate") refreshRate = ToInt(value, 3, 0, 6);
     else if (key == "Export Theme") exportTheme = ToInt(value, 0, 0, 1);
-    else if (key == "Time Code FPS") fpsIndex = ToInt(value, 2, 0, 9);
+    else if (key == "Time Code FPS") fpsIndex = ToInt(value, 2, 0, kFpsCount - 1);
     else if (key == "Export Folder" && !value.empty()) exportFolder = value;
   }
 }

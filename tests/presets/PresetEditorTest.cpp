@@ -161,8 +161,10 @@ TEST(PresetEditor, SaveReplaceSetDefaultAndDelete) {
   EXPECT_NE(ed.Message().Text().find("TRAILER MIX"), std::string::npos) << ed.Message().Text();
   ed.Message().Press(0);
   ed.Settings().theme = 0.0;
+  ed.Settings().fpsIndex = 11;  // "59.94 DF", the last rate
   ASSERT_TRUE(ed.Settings().Save());
   EXPECT_FALSE(ui::UiSettings(folder).Dark());
+  EXPECT_EQ(ui::UiSettings(folder).fpsIndex, 11);
   ASSERT_TRUE(ReadDefaultPreset(folder));
   EXPECT_EQ(ReadDefaultPreset(folder)->name, "TRAILER MIX");
   {
