@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <numeric>
 #include <new>
 
 namespace velorum {
@@ -147,14 +148,29 @@ int64_t hundredNsToFrames(int64_t time, uint32_t rate)
     return negative ? -signedFrames : signedFrames;
 }
 
-// A frame as the time in 100 ns units at or before its start.
-int64_t framesToHundredNs(uint64_t frame, uint32_t rate)
+// Seeks go to frames whose start is a whole number of 100 ns units, so that
+// the source cannot round the time to the frame before or after it: every
+// multiple of this many frames qualifies (3 at 48 kHz, 441 at 44.1 kHz).
+uint64_t exactTimeFrames(uint32_t rate) { return rate / std::gcd<uint64_t>(rate, kHundredNsPerSecond); }
+
+// The start of a frame that exactTimeFrames() divides, in 100 ns units.
+int64_t exactFrameTime(uint64_t frame, uint32_t rate)
 {
-    const uint64_t seconds = frame / rate;
-    if (seconds > static_cast<uint64_t>(INT64_MAX / kHundredNsPerSecond) - 1)
+    const uint64_t step = exactTimeFrames(rate);
+    const uint64_t unitsPerStep = kHundredNsPerSecond / std::gcd<uint64_t>(rate, kHundredNsPerSecond);
+    const uint64_t steps = frame / step;
+    if (steps > static_cast<uint64_t>(INT64_MAX) / unitsPerStep)
         return INT64_MAX;
-    return static_cast<int64_t>(seconds) * kHundredNsPerSecond +
-           static_cast<int64_t>((frame % rate) * kHundredNsPerSecond / rate);
+    return static_cast<int64_t>(steps * unitsPerStep);
+}
+
+int64_t saturatingSubtract(int64_t a, int64_t b)
+{
+    if (b < 0 && a > INT64_MAX + b)
+        return INT64_MAX;
+    if (b > 0 && a < INT64_MIN + b)
+        return INT64_MIN;
+    return a - b;
 }
 
 } // namespace
@@ -192,6 +208,8 @@ void AudioDecoderMediaFoundation::release()
     endOfStream = false;
     seekPending = false;
     seekTarget = 0;
+    firstTimestamp_ = 0;
+    firstTimestampKnown_ = false;
 }
 
 bool AudioDecoderMediaFoundation::open(const std::string& filePath)
@@ -360,7 +378,7 @@ bool AudioDecoderMediaFoundation::decodeMore()
     if (!sourceReader_ || endOfStream)
         return false;
     int typeChanges = 0;
-    for (int emptyReads = 0; emptyReads < kMaxEmptyReads; ++emptyReads) {
+    for (int emptyReads = 0; emptyReads < kMaxEmptyReads;) {
         DWORD streamIndex = 0;
         DWORD flags = 0;
         LONGLONG timestamp = 0;
@@ -381,7 +399,9 @@ bool AudioDecoderMediaFoundation::decodeMore()
             }
         }
         bool appended = false;
-        if (sample) {
+        if (!sample) {
+            ++emptyReads;
+        } else {
             typeChanges = 0;
             ComRef<IMFMediaBuffer> buffer;
             BYTE* bytes = nullptr;
@@ -442,20 +462,30 @@ bool AudioDecoderMediaFoundation::appendSample(const uint8_t* bytes, size_t byte
         }
     }
 
+    if (!firstTimestampKnown_) {
+        firstTimestamp_ = timestamp;
+        firstTimestampKnown_ = true;
+    }
     if (seekPending) {
-        seekPending = false;
-        const int64_t at = hundredNsToFrames(timestamp, sampleRateHz);
+        // Frames count from the stream's first time stamp, which some
+        // sources place after 0 (an AAC encoder's priming, say).
+        const int64_t at = hundredNsToFrames(saturatingSubtract(timestamp, firstTimestamp_), sampleRateHz);
         if (at < seekTarget) {
-            // The sample began before the target: trim its front.
+            // The sample began before the target: drop its front, or all of
+            // it and wait for the sample that reaches the target.
             const uint64_t early = static_cast<uint64_t>(seekTarget) - static_cast<uint64_t>(at);
             const size_t drop = static_cast<size_t>(std::min<uint64_t>(frames, early)) * channelCount;
             carryOver.erase(carryOver.begin() + static_cast<std::ptrdiff_t>(old),
                             carryOver.begin() + static_cast<std::ptrdiff_t>(old + drop));
-        } else if (at > seekTarget && at - seekTarget <= static_cast<int64_t>(sampleRateHz) * 60) {
-            // It began after the target: fill the gap with silence. A gap
-            // longer than a minute is taken for a bad time stamp.
-            carryOver.insert(carryOver.begin() + static_cast<std::ptrdiff_t>(old),
-                             static_cast<size_t>(at - seekTarget) * channelCount, 0.0f);
+            seekPending = early >= frames;
+        } else {
+            seekPending = false;
+            if (at > seekTarget && at - seekTarget <= static_cast<int64_t>(sampleRateHz) * 60) {
+                // It began after the target: fill the gap with silence. A
+                // gap longer than a minute is taken for a bad time stamp.
+                carryOver.insert(carryOver.begin() + static_cast<std::ptrdiff_t>(old),
+                                 static_cast<size_t>(at - seekTarget) * channelCount, 0.0f);
+            }
         }
     }
     return carryOver.size() > carryOverRead;
@@ -500,15 +530,29 @@ bool AudioDecoderMediaFoundation::seek(uint64_t frame)
     if (!sourceReader_ || sampleRateHz == 0)
         return false;
     frame = std::min<uint64_t>(frame, INT64_MAX);
+    // The source goes to a frame about 100 ms before the target whose time
+    // is exact; the frames up to the target are decoded and dropped. The
+    // lead lets decoders that need the audio before a point (the overlap of
+    // AAC and Opus, MP3's bit reservoir) settle before the target. A stream
+    // whose time stamps begin below 0 is entered that much earlier.
+    const uint64_t lead = std::min<uint64_t>(frame, sampleRateHz / 10);
+    const uint64_t landing = (frame - lead) - (frame - lead) % exactTimeFrames(sampleRateHz);
+    int64_t time = exactFrameTime(landing, sampleRateHz);
+    if (firstTimestamp_ < 0)
+        time = saturatingSubtract(time, -firstTimestamp_);
     sourceReader_->Flush(kFirstAudioStream);
     PROPVARIANT position;
     PropVariantInit(&position);
     position.vt = VT_I8;
-    position.hVal.QuadPart = framesToHundredNs(frame, sampleRateHz);
-    if (FAILED(sourceReader_->SetCurrentPosition(kNullFormat, position)))
-        return false;
+    position.hVal.QuadPart = std::max<int64_t>(time, 0);
     carryOver.clear();
     carryOverRead = 0;
+    if (FAILED(sourceReader_->SetCurrentPosition(kNullFormat, position))) {
+        // Flushed and not moved: nothing sensible follows.
+        endOfStream = true;
+        seekPending = false;
+        return false;
+    }
     endOfStream = false;
     seekPending = true;
     seekTarget = static_cast<int64_t>(frame);

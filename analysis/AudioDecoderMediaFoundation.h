@@ -57,6 +57,8 @@ private:
     std::vector<int16_t> sampleBuffer_;
     size_t sampleBufferSize_ = 0;       // 16-bit units in use
     int64_t totalDuration_ = 0;         // 100 ns units, 0 when unknown
+    int64_t firstTimestamp_ = 0;        // 100 ns units, of the stream's first sample
+    bool firstTimestampKnown_ = false;
     wchar_t widePath_[508] = {};        // 1016 bytes, NUL-terminated
     Output output_ = Output::Float32;
     uint32_t bytesPerFrame_ = 0;
