@@ -83,9 +83,12 @@ public:
   virtual bool IsTextEntryOpen() const { return mTextEntryOwner != nullptr; }
 
   // Thin calls to the platform's dialogs and shell. Paths are UTF-8; an
-  // empty string means cancelled or unsupported.
-  virtual std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) {
-    (void)save; (void)extension; (void)directory;
+  // empty string means cancelled or unsupported. `fileName` is the name a save
+  // dialog proposes. Dialogs don't ask about replacing an existing file: the
+  // caller asks in its own words.
+  virtual std::string PromptForFile(bool save, const std::string& extension, const std::string& directory,
+                                    const std::string& fileName = {}) {
+    (void)save; (void)extension; (void)directory; (void)fileName;
     return {};
   }
   virtual std::string PromptForFolder(const std::string& title) { (void)title; return {}; }

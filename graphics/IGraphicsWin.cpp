@@ -651,8 +651,13 @@ void IGraphicsWin::CloseEdit(bool commit) {
   if (commit && control) control->OnTextEntryCompletion(text);
 }
 
-std::string IGraphicsWin::PromptForFile(bool save, const std::string& extension, const std::string& directory) {
+std::string IGraphicsWin::PromptForFile(bool save, const std::string& extension, const std::string& directory,
+                                        const std::string& fileName) {
   wchar_t file[MAX_PATH] = {};
+  // A save dialog proposes the name; one that doesn't fit is left out.
+  const std::wstring proposed = save ? WideFromUtf8(fileName) : std::wstring();
+  if (proposed.size() < MAX_PATH && proposed.find_first_of(L"\\/:") == std::wstring::npos)
+    proposed.copy(file, proposed.size());
   const std::wstring ext = WideFromUtf8(extension), dir = WideFromUtf8(directory);
   std::wstring filter;
   if (!ext.empty()) {
@@ -673,7 +678,7 @@ std::string IGraphicsWin::PromptForFile(bool save, const std::string& extension,
   ofn.nMaxFile = MAX_PATH;
   ofn.lpstrInitialDir = dir.empty() ? nullptr : dir.c_str();
   ofn.lpstrDefExt = ext.empty() ? nullptr : ext.c_str();
-  ofn.Flags = OFN_EXPLORER | OFN_NOCHANGEDIR | (save ? OFN_OVERWRITEPROMPT : OFN_FILEMUSTEXIST);
+  ofn.Flags = OFN_EXPLORER | OFN_NOCHANGEDIR | (save ? 0 : OFN_FILEMUSTEXIST);
   const BOOL ok = save ? GetSaveFileNameW(&ofn) : GetOpenFileNameW(&ofn);
   return ok ? Utf8FromWide(file) : std::string();
 }

@@ -48,7 +48,8 @@ public:
   // (compatible with the window's device context) can be chosen instead.
   void UseDeviceDependentBitmap(bool on) { mUseDDB = on; }
 
-  std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) override;
+  std::string PromptForFile(bool save, const std::string& extension, const std::string& directory,
+                            const std::string& fileName = {}) override;
   std::string PromptForFolder(const std::string& title) override;
   bool PromptForColor(unsigned& argb) override;
   bool OpenFolderWithItem(const std::string& path) override;

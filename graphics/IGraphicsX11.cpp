@@ -250,14 +250,21 @@ std::string StartFolder(const std::string& directory) {
   return directory.back() == '/' ? directory : directory + "/";
 }
 
+// A save dialog proposes `name` (a plain file name) in the start folder.
+std::string StartPath(const std::string& dir, const std::string& name, bool save) {
+  const bool plainName = !name.empty() && name.find('/') == std::string::npos && name != "." && name != "..";
+  if (!save || !plainName) return StartFolder(dir);
+  return dir.empty() ? name : StartFolder(dir) + name;
+}
+
 // No --attach: zenity 3.91 and later reject it (and with it the whole call).
-std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std::string& dir) {
+// No --confirm-overwrite: the editor asks before it replaces a file.
+std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std::string& dir,
+                                    const std::string& name) {
   std::vector<std::string> a = {"zenity", "--file-selection", save ? "--title=Save File" : "--title=Open File"};
-  if (save) {
-    a.emplace_back("--save");
-    a.emplace_back("--confirm-overwrite");
-  }
-  if (!dir.empty()) a.push_back("--filename=" + StartFolder(dir));
+  if (save) a.emplace_back("--save");
+  const std::string start = StartPath(dir, name, save);
+  if (!start.empty()) a.push_back("--filename=" + start);
   if (PlainExtension(ext)) {
     const std::string lo = Lower(ext), up = Upper(ext);
     a.push_back("--file-filter=" + up + " files (*." + lo + ") | *." + lo + " *." + up);
@@ -266,14 +273,15 @@ std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std
   return a;
 }
 
-std::vector<std::string> KdialogArgs(bool save, const std::string& ext, const std::string& dir, unsigned long owner) {
+std::vector<std::string> KdialogArgs(bool save, const std::string& ext, const std::string& dir,
+                                     const std::string& name, unsigned long owner) {
   std::vector<std::string> a = {"kdialog", "--title", save ? "Save File" : "Open File"};
   if (owner) {
     a.emplace_back("--attach");
     a.push_back(std::to_string(owner));
   }
   a.emplace_back(save ? "--getsavefilename" : "--getopenfilename");
-  const std::string start = StartFolder(dir);
+  const std::string start = StartPath(dir, name, save);
   if (!start.empty() || PlainExtension(ext)) a.push_back(start.empty() ? std::string(".") : start);
   if (PlainExtension(ext)) {
     const std::string lo = Lower(ext), up = Upper(ext);
@@ -1107,7 +1115,8 @@ bool IGraphicsX11::OpenURL(const std::string& url) { return SpawnXdgOpen(url); }
 
 bool IGraphicsX11::FileDialogAvailable() { return OnPath("zenity") || OnPath("kdialog"); }
 
-std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension, const std::string& directory) {
+std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension, const std::string& directory,
+                                        const std::string& fileName) {
   Impl& m = *mImpl;
   // One dialog at a time: a second request while one is up is a cancel.
   if (m.prompting.exchange(true)) return {};
@@ -1120,8 +1129,8 @@ std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension,
   std::string chosen;
   for (int tool = 0; tool < 2; ++tool) {
     DialogProcess dialog;
-    if (!dialog.Start(tool == 0 ? ZenityArgs(save, extension, directory)
-                                : KdialogArgs(save, extension, directory, owner)))
+    if (!dialog.Start(tool == 0 ? ZenityArgs(save, extension, directory, fileName)
+                                : KdialogArgs(save, extension, directory, fileName, owner)))
       continue;  // not installed: the next one
     if (!m.WaitForDialog(dialog, modal)) break;  // the window closed
     // 127: a wrapper on PATH that found no program to run.

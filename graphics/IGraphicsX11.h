@@ -33,7 +33,8 @@ public:
   // behind the dialog: it keeps drawing on its timer and answering the server
   // (exposes, clipboard, drops) but ignores presses, moves and keys. Other
   // threads that take GetLock() wait until the dialog is answered.
-  std::string PromptForFile(bool save, const std::string& extension, const std::string& directory) override;
+  std::string PromptForFile(bool save, const std::string& extension, const std::string& directory,
+                            const std::string& fileName = {}) override;
   // Whether zenity or kdialog is on PATH (else the editor asks for a typed path).
   static bool FileDialogAvailable();
   // Through xdg-open.

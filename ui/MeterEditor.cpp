@@ -547,15 +547,17 @@ void MeterEditor::OpenExportMenu() {
 }
 
 void MeterEditor::ChooseFile() {
-#ifdef _WIN32
+#ifndef _WIN32
+  if (!IGraphicsX11::FileDialogAvailable()) {
+    // No file dialog on this desktop: type the path.
+    const DRect r = D(mButtons[MeterLayout::kOpen]->GetRECT());
+    const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
+    mGraphics->CreateTextEntry(mButtons[MeterLayout::kOpen], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
+    return;
+  }
+#endif
   const std::string path = mGraphics->PromptForFile(false, "", mSettings.exportFolder);
   if (!path.empty()) AnalyseFiles({path});
-#else
-  // No file dialog on this platform: type the path.
-  const DRect r = D(mButtons[MeterLayout::kOpen]->GetRECT());
-  const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
-  mGraphics->CreateTextEntry(mButtons[MeterLayout::kOpen], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
-#endif
 }
 
 void MeterEditor::AnalyseFiles(const std::vector<std::string>& paths) {
@@ -607,13 +609,13 @@ std::string MeterEditor::ExportPath(ExportKind kind) {
   static const char* const kSuffix[] = {"_Summary", "_History", "_Dolby", "_Graph", "_Graph", "_Report", "_Normalized"};
   const std::string stem = mModel->ShowingFile() ? Stem(mModel->File()->path) : std::string("Velorum");
   const std::string name = stem + kSuffix[static_cast<int>(kind)] + "." + ExportExtension(kind);
-#ifdef _WIN32
-  return mGraphics->PromptForFile(true, ExportExtension(kind), mSettings.exportFolder);
-#else
   std::error_code ec;
   std::filesystem::create_directories(std::filesystem::u8path(mSettings.exportFolder), ec);
-  return mSettings.exportFolder + "/" + name;
+#ifndef _WIN32
+  // No file dialog on this desktop: the export goes to the export folder.
+  if (!IGraphicsX11::FileDialogAvailable()) return mSettings.exportFolder + "/" + name;
 #endif
+  return mGraphics->PromptForFile(true, ExportExtension(kind), mSettings.exportFolder, name);
 }
 
 void MeterEditor::Export(ExportKind kind) {

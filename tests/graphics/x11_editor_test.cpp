@@ -711,10 +711,10 @@ TEST(X11FileDialog, ZenityGetsItsOptionsAsArgumentsAndPathsStayIntact) {
   const std::string folder = "/tmp/Loud \"mixes\" 'n' $(touch pwned) & more";
   const std::string chosen = "/tmp/My \"final\" mix; $(touch pwned) `id` \xC3\xA9t\xC3\xA9.csv";
   fake.Answer(chosen + "\n", 0);
-  EXPECT_EQ(g.PromptForFile(true, "csv", folder), chosen);
-  EXPECT_EQ(fake.Args(), (Args{"zenity", "--file-selection", "--title=Save File", "--save", "--confirm-overwrite",
-                               "--filename=" + folder + "/", "--file-filter=CSV files (*.csv) | *.csv *.CSV",
-                               "--file-filter=All files | *"}));
+  EXPECT_EQ(g.PromptForFile(true, "csv", folder, "Take \"1\" $(id).csv"), chosen);
+  EXPECT_EQ(fake.Args(), (Args{"zenity", "--file-selection", "--title=Save File", "--save",
+                               "--filename=" + folder + "/Take \"1\" $(id).csv",
+                               "--file-filter=CSV files (*.csv) | *.csv *.CSV", "--file-filter=All files | *"}));
   EXPECT_FALSE(std::filesystem::exists("pwned"));
   EXPECT_FALSE(std::filesystem::exists(fake.dir / "pwned"));
 
@@ -764,9 +764,13 @@ TEST(X11FileDialog, KdialogWhenZenityIsMissingAndNothingWhenNeitherIs) {
     FakeDialogs fake(false, true);
     EXPECT_TRUE(IGraphicsX11::FileDialogAvailable());
     fake.Answer("/srv/exports/Velorum_History.csv\n", 0);
-    EXPECT_EQ(g.PromptForFile(true, "csv", "/srv/exports"), "/srv/exports/Velorum_History.csv");
-    EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Save File", "--getsavefilename", "/srv/exports/",
-                                 "*.csv *.CSV|CSV files (*.csv)"}));
+    EXPECT_EQ(g.PromptForFile(true, "csv", "/srv/exports", "Velorum_History.csv"), "/srv/exports/Velorum_History.csv");
+    EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Save File", "--getsavefilename",
+                                 "/srv/exports/Velorum_History.csv", "*.csv *.CSV|CSV files (*.csv)"}));
+    // A proposed name with a folder in it is not proposed.
+    fake.Answer("/srv/exports/x.csv\n", 0);
+    EXPECT_EQ(g.PromptForFile(true, "csv", "/srv/exports", "../x.csv"), "/srv/exports/x.csv");
+    EXPECT_EQ(fake.Args()[4], "/srv/exports/");
     fake.Answer("/srv/in put.flac\n", 0);
     EXPECT_EQ(g.PromptForFile(false, "", "/srv/"), "/srv/in put.flac");
     EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Open File", "--getopenfilename", "/srv/"}));
