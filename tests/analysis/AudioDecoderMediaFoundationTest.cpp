@@ -77,6 +77,15 @@ std::string waveBytes(const std::vector<int16_t>& samples)
     return w;
 }
 
+std::vector<float> readAll(AudioDecoderMediaFoundation& decoder, int64_t chunk)
+{
+    std::vector<float> all;
+    std::vector<float> block(static_cast<size_t>(chunk) * kChannels);
+    for (int64_t got = 0; (got = decoder.read(block.data(), chunk)) > 0;)
+        all.insert(all.end(), block.begin(), block.begin() + got * kChannels);
+    return all;
+}
+
 // FLAC with verbatim subframes: a compressed container that the decoder
 // must seek by time, unlike WAV whose sources seek by byte offset.
 class FlacWriter {
@@ -203,19 +212,6 @@ protected:
         }
         return true;
     }
-    static std::vector<float> readAll(AudioDecoderMediaFoundation& decoder, int64_t chunk)
-    {
-        std::vector<float> all;
-        std::vector<float> block(static_cast<size_t>(chunk) * kChannels);
-        for (;;) {
-            const int64_t got = decoder.read(block.data(), chunk);
-            if (got <= 0)
-                break;
-            all.insert(all.end(), block.begin(), block.begin() + got * kChannels);
-        }
-        return all;
-    }
-
     fs::path dir_;
     std::string skipReason_;
 };
@@ -355,11 +351,7 @@ void expectExactSeeks(AudioDecoderMediaFoundation& decoder, const std::vector<fl
     float tail[16] = {};
     EXPECT_EQ(decoder.read(tail, 8), 0);
     ASSERT_TRUE(decoder.seek(0));
-    std::vector<float> again;
-    std::vector<float> block(3000 * kChannels);
-    for (int64_t got = 0; (got = decoder.read(block.data(), 3000)) > 0;)
-        again.insert(again.end(), block.begin(), block.begin() + got * kChannels);
-    EXPECT_EQ(again, straight);
+    EXPECT_EQ(readAll(decoder, 3000), straight);
 }
 
 TEST_F(MediaFoundationFiles, SeeksToTheExactFrame)
