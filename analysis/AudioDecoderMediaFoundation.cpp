@@ -308,7 +308,8 @@ bool AudioDecoderMediaFoundation::configureStream()
         // up to whole frames.
         const double samples = std::trunc(static_cast<double>(totalDuration_) / kHundredNsPerSecond *
                                           sampleRateHz * channelCount);
-        frames = static_cast<int64_t>(std::ceil(samples / channelCount));
+        // A damaged duration must not overflow the count.
+        frames = static_cast<int64_t>(std::min(std::ceil(samples / channelCount), 0x1p62));
         // A stream that yields no audio at all is refused now; what was
         // decoded to find out waits in the carry-over store.
         while (carryOver.size() == carryOverRead)
