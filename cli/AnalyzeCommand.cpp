@@ -8,6 +8,7 @@
 #include "engine/LoudnessEngine.h"
 #include "export/CsvExport.h"
 #include "export/ExportWriter.h"
+#include "export/Timecode.h"
 #include "presets/LoudnessStandards.h"
 
 #include <algorithm>
@@ -114,6 +115,7 @@ void Runner::run(Job& job, const OutputFiles& files)
     report.dialogue = o_.dialogue;
     report.lkfs = o_.lkfs;
     report.fps = o_.fps;
+    report.dropFrame = o_.dropFrame;
     PresetCheck check;
     if (preset_) {
         check = CheckAgainstPreset(m, *preset_, o_.tolerance);
@@ -144,6 +146,8 @@ void Runner::run(Job& job, const OutputFiles& files)
     if (!files.csv.empty() || !files.dolbyCsv.empty()) {
         CsvContext context;
         context.intervalSeconds = o_.interval;
+        context.timecodeFps = o_.fps;
+        context.dropFrame = o_.dropFrame;
         context.startSeconds = info.sampleRate ? static_cast<double>(info.timeReference) / info.sampleRate : 0.0;
         context.preset = preset_;
         context.lkfs = report.lkfs || (preset_ && preset_->lkfs);
@@ -287,6 +291,8 @@ bool ParseAnalyzeOptions(const std::vector<std::string>& args, AnalyzeOptions& o
         } else if (a == "--fps") {
             if (!numberValue(o.fps)) return false;
             if (o.fps < 1.0 || o.fps > 240.0) { error = "--fps must be between 1 and 240"; return false; }
+        } else if (a == "--drop-frame") {
+            o.dropFrame = true;
         } else if (a == "-j" || a == "--jobs") {
             if (!numberValue(number)) return false;
             if (number < 1.0 || number > 1024.0) { error = "-j needs a count from 1 to 1024"; return false; }
@@ -316,6 +322,10 @@ bool ParseAnalyzeOptions(const std::vector<std::string>& args, AnalyzeOptions& o
     }
     if (!o.presetName.empty() && !FindStandardByName(o.presetName)) {
         error = "unknown preset \"" + o.presetName + "\" (see velorum presets)";
+        return false;
+    }
+    if (o.dropFrame && !DropFrameRate(o.fps)) {
+        error = "--drop-frame needs --fps 29.97 or 59.94";
         return false;
     }
     return true;

@@ -23,6 +23,7 @@ struct AnalyzeOptions {
     bool lkfs = false;
     double tolerance = 1.0;
     double fps = 0.0;
+    bool dropFrame = false;          // drop-frame time codes at 29.97 / 59.94
     int jobs = 0;                    // 0: all cores
     bool yes = false;                // replace existing export files without asking
 };

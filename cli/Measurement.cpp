@@ -105,8 +105,8 @@ SummaryInput MakeSummaryInput(const Measurement& m, const ReportOptions& o)
     in.channelNames = m.channelNames;
     const double start = m.sampleRate ? static_cast<double>(m.timeReference) / m.sampleRate : 0.0;
     const double end = start + (m.sampleRate ? static_cast<double>(m.frames) / m.sampleRate : 0.0);
-    in.timecodeStart = o.fps > 0.0 ? TimecodeFrames(start, o.fps) : TimecodeMillis(start);
-    in.timecodeEnd = o.fps > 0.0 ? TimecodeFrames(end, o.fps) : TimecodeMillis(end);
+    in.timecodeStart = o.fps > 0.0 ? TimecodeFrames(start, o.fps, o.dropFrame) : TimecodeMillis(start);
+    in.timecodeEnd = o.fps > 0.0 ? TimecodeFrames(end, o.fps, o.dropFrame) : TimecodeMillis(end);
     const LoudnessStandard* preset = o.preset ? o.preset : FindStandard(kDefaultStandardIndex);
     in.presetName = PresetDisplayName(preset);
     in.lkfs = o.lkfs || (preset && preset->lkfs);

@@ -58,6 +58,7 @@ struct ReportOptions {
     bool dialogue = false;
     bool lkfs = false;                          // "LKFS" even if the preset says LUFS
     double fps = 0.0;                           // > 0: "00:00:00:00" time codes at this rate
+    bool dropFrame = false;                     // "00:00:00;00" at 29.97 / 59.94
 };
 
 std::string PresetDisplayName(const LoudnessStandard* preset);

@@ -59,6 +59,8 @@ const char* kHelp =
     "                       inserted before the extension)\n"
     "  --interval SECONDS   CSV row interval, 0.01 and up (default 1)\n"
     "  --fps RATE           time codes as 00:00:00:00 at RATE instead of 00:00:00.000\n"
+    "                       (23.976, 29.97, 47.95 and 59.94 count 24000/1001 ... 60000/1001 frames)\n"
+    "  --drop-frame         drop-frame time codes (00:00:00;00) with --fps 29.97 or 59.94\n"
     "  --eco                eco true-peak mode (the shorter oversampling filter)\n"
     "  --multi-mono         the FILEs are the mono channels of one programme, matched by their\n"
     "                       suffixes (.L .R .C .LFE .Ls .Rs ...)\n"

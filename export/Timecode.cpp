@@ -63,22 +63,25 @@ std::string TimecodeOfFrame(long long frame, int nominalRate, bool dropFrame)
     return buffer;
 }
 
+double ExactFrameRate(double fps)
+{
+    if (!(fps > 1.0 && fps <= 1000.0))
+        return 25.0;
+    const double nominal = std::round(fps);
+    const double ntsc = nominal * 1000.0 / 1001.0;
+    return std::fabs(fps - ntsc) < 0.005 ? ntsc : fps;
+}
+
+long long FrameAtSeconds(double seconds, double fps)
+{
+    // A hair of tolerance so that a time computed as n / rate lands on frame n.
+    return static_cast<long long>(std::floor(clampSeconds(seconds) * ExactFrameRate(fps) + 1e-6));
+}
+
 std::string TimecodeFrames(double seconds, double fps, bool dropFrame)
 {
-    seconds = clampSeconds(seconds);
-    if (dropFrame && DropFrameRate(fps)) {
-        // The exact NTSC rate, 30000/1001 or 60000/1001: over an hour 29.97
-        // itself would lose a tenth of a frame.
-        const int nominal = static_cast<int>(std::lround(fps));
-        const double rate = nominal * 1000.0 / 1001.0;
-        return TimecodeOfFrame(static_cast<long long>(std::floor(seconds * rate + 1e-6)), nominal, true);
-    }
-    if (!(fps > 1.0 && fps <= 1000.0))
-        fps = 25.0;
-    const long long rate = std::llround(fps);
-    // Real time to frame count at the true rate, displayed at the nominal one.
-    const long long frames = static_cast<long long>(std::floor(seconds * fps + 1e-9));
-    return TimecodeOfFrame(frames, static_cast<int>(rate), false);
+    const int nominal = static_cast<int>(std::lround(ExactFrameRate(fps)));
+    return TimecodeOfFrame(FrameAtSeconds(seconds, fps), nominal, dropFrame && DropFrameRate(fps));
 }
 
 } // namespace velorum

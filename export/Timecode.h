@@ -15,6 +15,13 @@
 namespace velorum {
 
 std::string TimecodeMillis(double seconds);
+// The rate frames really pass at: the NTSC rates written 23.976, 29.97,
+// 47.95 and 59.94 are 24000/1001, 30000/1001, 48000/1001 and 60000/1001
+// (over an hour 29.97 itself would lose a tenth of a frame). Rates outside
+// 1..1000 fps count as 25.
+double ExactFrameRate(double fps);
+// The number of the frame that holds this time (0 at time 0).
+long long FrameAtSeconds(double seconds, double fps);
 // `dropFrame` is honoured at 29.97 and 59.94 and ignored at other rates.
 std::string TimecodeFrames(double seconds, double fps, bool dropFrame = false);
 // Whether drop-frame numbering exists at this rate (29.97 or 59.94).

@@ -65,23 +65,13 @@ std::string FormatTimecode(double seconds, int fpsIndex) {
   if (fpsIndex < 0 || fpsIndex >= kFpsCount) fpsIndex = kDefaultFpsIndex;
   if (!std::isfinite(seconds) || seconds < 0.0) seconds = 0.0;
   seconds = std::min(seconds, 1e9);  // about 31 years; beyond is hostile input
-  const int nominal = kFpsItems[fpsIndex].nominal;
-  if (kFpsItems[fpsIndex].dropFrame) {
-    // Real frames at 30000/1001 or 60000/1001; the numbering keeps up with
-    // the clock. Wraps at 100 hours (600 ten-minute blocks).
-    const long long perTenMinutes = 600LL * nominal - 9LL * (nominal / 15);
-    const double rate = nominal * 1000.0 / 1001.0;
-    const auto frames = static_cast<long long>(std::floor(seconds * rate + 1e-6));
-    return TimecodeOfFrame(frames % (600 * perTenMinutes), nominal, true);
-  }
-  // Frames are counted at the nominal integer rate against the real clock
-  // (no drop-frame numbering), as the time codes of the exports are.
-  const auto frames = static_cast<long long>(std::floor(seconds * nominal + 1e-6));
-  const long long ff = frames % nominal, whole = frames / nominal;
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%02lld:%02lld:%02lld:%02lld", (whole / 3600) % 100, (whole / 60) % 60, whole % 60,
-                ff);
-  return buf;
+  const FpsItem& item = kFpsItems[fpsIndex];
+  // Frames pass at the real rate, as in the exports (at 29.97 NDF an hour of
+  // programme reads 00:59:56:12); the label wraps at 100 hours.
+  const long long nominal = item.nominal;
+  const long long perTenMinutes = 600 * nominal - (item.dropFrame ? 9 * (nominal / 15) : 0);
+  const long long frames = FrameAtSeconds(seconds, item.rate) % (600 * perTenMinutes);
+  return TimecodeOfFrame(frames, item.nominal, item.dropFrame);
 }
 
 std::string FormatTimeOfDay(double seconds) {

@@ -91,10 +91,25 @@ TEST_F(CommandTest, HelpListsEveryCommandAndOption)
     EXPECT_EQ(run.status, 0);
     for (const char* word : {"demo", "analyze", "normalize", "selftest", "--json", "--csv", "--dolby-csv", "--summary",
                              "--interval", "--eco", "--multi-mono", "--layout", "--preset", "--dialogue", "-j N",
-                             "--target", "--strict"})
+                             "--target", "--strict", "--fps", "--drop-frame"})
         EXPECT_NE(run.out.find(word), std::string::npos) << word;
     EXPECT_EQ(velorum("analyze --bogus x.wav").status, 64);
     EXPECT_EQ(velorum("analyze --interval 0.001 x.wav").status, 64);
+    EXPECT_EQ(velorum("analyze --drop-frame --fps 25 x.wav").status, 64);
+}
+
+// Time codes in frames: 6 s of programme end in frame 179 at 30000/1001 fps
+// (frame 180 would start at 6.006 s), in the summary and the CSV alike.
+TEST_F(CommandTest, TimeCodesInFramesAndDropFrame)
+{
+    const Outcome ndf = velorum("analyze --fps 29.97 " + q("on target.wav"));
+    EXPECT_NE(ndf.out.find("Timecode Start: 00:00:00:00\nTimecode End: 00:00:05:29\n"), std::string::npos) << ndf.out;
+    const Outcome df = velorum("analyze -y --fps 29.97 --drop-frame --csv " + q("tc.csv") + " " + q("on target.wav"));
+    EXPECT_EQ(df.status, 0);
+    EXPECT_NE(df.out.find("Timecode End: 00:00:05;29\n"), std::string::npos) << df.out;
+    EXPECT_NE(slurp(dir.file("tc.csv")).find("\n6.00,00:00:05;29,"), std::string::npos);
+    EXPECT_NE(velorum("analyze --fps 25 " + q("on target.wav")).out.find("Timecode End: 00:00:06:00\n"),
+              std::string::npos);
 }
 
 TEST_F(CommandTest, JsonLinesAndExitStatusForFailedFiles)

@@ -10,6 +10,7 @@
 
 #include "MeterFixture.h"
 #include "engine/ChannelLayouts.h"
+#include "export/Timecode.h"
 #include "graphics/IGraphicsResize.h"
 #include "ui/DropDownMenu.h"
 #include "ui/LoudnessReadout.h"
@@ -24,12 +25,18 @@ namespace {
 using namespace ui;
 
 TEST(EditorText, TimeCodesAtEveryRate) {
-  // 1 h 0 min 0.5 s: half a second is 12 frames at 25 fps, 15 at 29.97 NDF
-  // (counted at 30), 12 at 23.976 (counted at 24), 30 at 59.94 NDF.
+  // 1 h 0 min 0.5 s: half a second is 12 frames at 25 fps. The NTSC rates
+  // count frames at 24000/1001, 30000/1001 and 60000/1001 and label them at
+  // 24, 30 and 60, so their non-drop time code runs 3.6 s an hour behind the
+  // clock: 86325 frames at 23.976, 107907 at 29.97 NDF, 215814 at 59.94 NDF.
   EXPECT_EQ(FormatTimecode(3600.5, 2), "01:00:00:12");
-  EXPECT_EQ(FormatTimecode(3600.5, 3), "01:00:00:15");
-  EXPECT_EQ(FormatTimecode(3600.5, 0), "01:00:00:12");
-  EXPECT_EQ(FormatTimecode(3600.5, 8), "01:00:00:30");
+  EXPECT_EQ(FormatTimecode(3600.5, 3), "00:59:56:27");
+  EXPECT_EQ(FormatTimecode(3600.5, 0), "00:59:56:21");
+  EXPECT_EQ(FormatTimecode(3600.5, 8), "00:59:56:54");
+  // The editor and the exports agree at every rate.
+  for (int i = 0; i < kFpsCount; ++i)
+    EXPECT_EQ(FormatTimecode(4321.123, i), TimecodeFrames(4321.123, kFpsItems[i].rate, kFpsItems[i].dropFrame))
+        << kFpsItems[i].label;
   EXPECT_EQ(FormatTimecode(59.999, 9), "00:00:59:59");
   EXPECT_EQ(FormatTimecode(-5.0, 2), "00:00:00:00");
   EXPECT_EQ(FormatTimecode(1.0, 99), "00:00:01:00");  // unknown rate: the default
@@ -54,9 +61,10 @@ TEST(EditorText, DropFrameTimeCodesKeepUpWithTheClock) {
   EXPECT_EQ(FormatTimecode(60.07, kDf5994), "00:01:00;04");
   // The tenth minute keeps its ;00 (frame 17982 at 599.9994 s).
   EXPECT_EQ(FormatTimecode(600.01, kDf2997), "00:10:00;00");
-  // The non-drop siblings still count nominal frames of the clock.
-  EXPECT_EQ(FormatTimecode(3600.0, 3), "01:00:00:00");
-  EXPECT_EQ(FormatTimecode(60.07, 3), "00:01:00:02");
+  // The non-drop siblings count the same frames without skipping labels, so
+  // they fall behind the clock: 107892 frames in an hour, 1800 at 60.07 s.
+  EXPECT_EQ(FormatTimecode(3600.0, 3), "00:59:56:12");
+  EXPECT_EQ(FormatTimecode(60.07, 3), "00:01:00:00");
   // Hostile times give a label, not a crash.
   EXPECT_EQ(FormatTimecode(std::nan(""), kDf2997), "00:00:00;00");
   EXPECT_FALSE(FormatTimecode(1e300, kDf5994).empty());
