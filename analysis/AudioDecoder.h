@@ -2,7 +2,8 @@
 // The system media decoder family: the general decoder that gets a second
 // chance at every file the library decoders refuse. AudioDecoderBase and
 // AudioDecoder hold the platform-free bookkeeping; a platform class derives
-// from AudioDecoder (on Linux AudioDecoderFFmpeg, over libavformat/libavcodec).
+// from AudioDecoder (on Linux AudioDecoderFFmpeg, over libavformat/libavcodec;
+// on Windows AudioDecoderMediaFoundation, over Media Foundation's source reader).
 #include "analysis/FrameDecoder.h"
 
 #include <cstdint>

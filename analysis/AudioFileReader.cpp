@@ -1,6 +1,10 @@
 #include "analysis/AudioFileReader.h"
 
+#ifdef _WIN32
+#include "analysis/AudioDecoderMediaFoundation.h"
+#else
 #include "analysis/AudioDecoderFFmpeg.h"
+#endif
 #include "analysis/ChannelFileMatcher.h"
 #include "analysis/Mp3Decoder.h"
 #include "analysis/SndfileDecoder.h"
@@ -47,7 +51,11 @@ void AudioFileReader::close()
 
 bool AudioFileReader::openWithSystemDecoder()
 {
+#ifdef _WIN32
+    auto system = std::make_unique<AudioDecoderMediaFoundation>();
+#else
     auto system = std::make_unique<AudioDecoderFFmpeg>();
+#endif
     if (!system->open(path_))
         return fail(ErrorOpen);
     decoder_ = std::move(system);

@@ -1,5 +1,7 @@
 #include "analysis/SndfileDecoder.h"
 
+#include "analysis/Utf8Path.h"
+
 #include <cstdio>
 #include <cstring>
 
@@ -66,7 +68,7 @@ bool SndfileDecoder::open(const std::string& path)
 {
     SF_INFO info;
     std::memset(&info, 0, sizeof info);
-    file_ = sf_open(path.c_str(), SFM_READ, &info);
+    file_ = OpenSoundFileUtf8(path, SFM_READ, &info);
     if (!file_)
         return false;
     if (!accepts(info.format) || info.channels <= 0 || info.samplerate <= 0 || info.frames < 0) {

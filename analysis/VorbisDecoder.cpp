@@ -1,5 +1,7 @@
 #include "analysis/VorbisDecoder.h"
 
+#include "analysis/Utf8Path.h"
+
 #define STB_VORBIS_HEADER_ONLY
 #include <stb_vorbis.h>
 
@@ -14,7 +16,7 @@ namespace {
 // (bit 2 of the header type, the byte after "OggS" and the version).
 bool lastPageEndsStream(const std::string& path)
 {
-    std::FILE* f = std::fopen(path.c_str(), "rb");
+    std::FILE* f = OpenFileUtf8(path, "rb");
     if (!f)
         return false;
     std::vector<unsigned char> tail(65536 + 27);
@@ -45,8 +47,13 @@ VorbisDecoder::~VorbisDecoder()
 
 bool VorbisDecoder::open(const std::string& path)
 {
+    // The file is opened here (UTF-8 names on every platform) and handed over:
+    // the decoder closes it, also when it refuses the stream.
+    std::FILE* file = OpenFileUtf8(path, "rb");
+    if (!file)
+        return false;
     int err = 0;
-    vorbis_ = stb_vorbis_open_filename(path.c_str(), &err, nullptr);
+    vorbis_ = stb_vorbis_open_file(file, 1, &err, nullptr);
     if (!vorbis_)
         return false;
     const stb_vorbis_info info = stb_vorbis_get_info(vorbis_);

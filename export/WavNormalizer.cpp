@@ -3,16 +3,18 @@
 #include "analysis/AudioFileReader.h"
 #include "analysis/EngineFeeder.h"
 #include "analysis/OfflineAnalysis.h"
+#include "analysis/Utf8Path.h"
 #include "engine/LoudnessEngine.h"
 #include "export/ExportWriter.h"
 
 #include <sndfile.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
+#include <thread>
 
 namespace velorum {
 namespace {
@@ -42,6 +44,16 @@ std::string dbText(double value)
 
 } // namespace
 
+bool NeedsRf64(uint64_t frames, int channels, int bytesPerSample)
+{
+    // Room kept below 4 GiB for the RIFF, fmt and bext chunks around the data.
+    constexpr uint64_t kLimit = 0xFFFFFFFFull - 4096;
+    if (channels <= 0 || bytesPerSample <= 0)
+        return false;
+    const uint64_t frameBytes = static_cast<uint64_t>(channels) * static_cast<uint64_t>(bytesPerSample);
+    return frames > kLimit / frameBytes;
+}
+
 NormalizeResult NormalizeFile(const NormalizeRequest& request)
 {
     NormalizeResult result;
@@ -64,8 +76,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     }
     while (analysis.running()) {
         progress(analysis.progress() / 2);
-        struct timespec pause {0, 20 * 1000 * 1000};
-        nanosleep(&pause, nullptr);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     analysis.wait();
     if (analysis.state() != OfflineAnalysis::Done) {
@@ -83,8 +94,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     const float gain = static_cast<float>(std::pow(10.0, result.gainDb / 20.0));
 
     // The output file: the writer's rules for existing and locked files.
-    struct stat st {};
-    if (::stat(request.output.c_str(), &st) == 0) {
+    if (PathExistsUtf8(request.output)) {
         if (request.confirmReplace && !request.confirmReplace(kReplaceQuestion)) {
             result.message = "The existing file was kept.";
             return result;
@@ -102,8 +112,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     }
     const int channels = static_cast<int>(reader.channels());
     const int subtype = subtypeFor(reader.bitsPerSample(), request.floatOutput);
-    const double dataBytes = static_cast<double>(reader.totalFrames()) * channels * bytesPerSample(subtype);
-    result.rf64 = dataBytes > 4294967295.0 - 4096.0;
+    result.rf64 = request.forceRf64 || NeedsRf64(reader.totalFrames(), channels, bytesPerSample(subtype));
 
     SF_INFO out;
     std::memset(&out, 0, sizeof out);
@@ -111,7 +120,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     out.channels = channels;
     out.format = (result.rf64 ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | subtype;
     const std::string temp = request.output + ".part";
-    SNDFILE* file = sf_open(temp.c_str(), SFM_WRITE, &out);
+    SNDFILE* file = OpenSoundFileUtf8(temp, SFM_WRITE, &out);
     if (!file) {
         result.message = kCouldNotCreateMessage;
         return result;
@@ -160,8 +169,8 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
         progress(50 + reader.progress() / 2);
     }
     const bool closed = sf_close(file) == 0;
-    if (!ok || !closed || std::rename(temp.c_str(), request.output.c_str()) != 0) {
-        std::remove(temp.c_str());
+    if (!ok || !closed || !ReplaceFileUtf8(temp, request.output)) {
+        RemoveFileUtf8(temp);
         result.message = ok ? kCouldNotCreateMessage : "The file could not be opened.";
         return result;
     }

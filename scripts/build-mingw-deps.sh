@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Builds the static Windows (mingw-w64) libraries that the editor's drawing
-# layer needs and Debian does not ship for mingw: pixman, FreeType, libpng and
-# cairo (win32 surface, FreeType font backend, no fontconfig). zlib comes from
-# Debian's libz-mingw-w64-dev.
+# Builds the static Windows (mingw-w64) libraries that Debian does not ship for
+# mingw: for the editor's drawing layer pixman, FreeType, libpng and cairo
+# (win32 surface, FreeType font backend, no fontconfig); for the file decoders
+# libogg, libFLAC, libsndfile (WAV, RF64, AIFF, FLAC; no Vorbis, Opus or MPEG
+# inside it) and libmpg123. zlib comes from Debian's libz-mingw-w64-dev, the
+# Ogg Vorbis decoder (stb_vorbis) from the header-only libstb-dev.
 #
 # The sources are Debian's own source packages (apt-get source). The result is
 # installed once into a cached prefix outside the build tree, keyed by the
@@ -13,7 +15,7 @@
 # or to the log file inside the cache.
 set -euo pipefail
 
-recipe=2
+recipe=3
 cache_root=${VELORUM_MINGW_CACHE:-${HOME}/.cache/velorum/mingw-deps}
 host=x86_64-w64-mingw32
 jobs=${VELORUM_JOBS:-2}
@@ -22,8 +24,9 @@ jobs=${VELORUM_JOBS:-2}
 log() { echo "build-mingw-deps: $*" >&2; }
 
 # The source packages and the -dev packages whose versions key the cache.
-sources=(pixman freetype libpng1.6 cairo)
-stamp_pkgs=(libpixman-1-dev libfreetype-dev libpng-dev libcairo2-dev)
+sources=(pixman freetype libpng1.6 cairo libogg flac libsndfile mpg123)
+stamp_pkgs=(libpixman-1-dev libfreetype-dev libpng-dev libcairo2-dev libogg-dev libflac-dev libsndfile1-dev
+  libmpg123-dev)
 
 versions=$(dpkg-query -W -f='${source:Version} ' "${stamp_pkgs[@]}" 2>/dev/null || true)
 stamp=$(printf 'r%s %s' "$recipe" "$versions" | sha1sum | cut -c1-12)
@@ -126,7 +129,54 @@ step "cairo"
    --disable-full-testing --disable-symbol-lookup \
    && make -j"$jobs" -C src && make -C src install) >>"$logfile" 2>&1
 
-for lib in libpixman-1.a libfreetype.a libpng16.a libcairo.a; do
+step "libogg"
+(cd "$(src libogg)" && ./configure "${common[@]}" \
+   && make -j"$jobs" -C src && make -C src install && make -C include install && make install-pkgconfigDATA) \
+   >>"$logfile" 2>&1
+
+# libFLAC only: no command-line programs, no C++ library, no documentation.
+# Its static build needs FLAC__NO_DLL in every user (see flac.pc's Cflags).
+step "flac"
+(cd "$(src flac)" && ./configure "${common[@]}" --disable-cpplibs --disable-programs --disable-examples \
+   --disable-doxygen-docs --disable-oggtest --disable-thorough-tests --disable-stack-smash-protection \
+   --disable-fortify-source --disable-rpath --with-ogg="$prefix" \
+   && make -j"$jobs" -C src/libFLAC && make -C src/libFLAC install && make -C include install) >>"$logfile" 2>&1
+
+# libsndfile's own build treats FLAC, Vorbis and Opus as one switch. Only its
+# FLAC codec is wanted here (Ogg Vorbis is decoded by stb_vorbis), so the
+# Vorbis and Opus codecs are compiled as the library's own "not compiled in"
+# stubs and dropped from its link and pkg-config requirements.
+step "libsndfile"
+(cd "$(src libsndfile)" \
+   && sed -i 's/^#if HAVE_EXTERNAL_XIPH_LIBS$/#if 0/' src/ogg_vorbis.c src/ogg_opus.c \
+   && sed -i -e '/Vorbis::vorbisenc>/d' -e '/Opus::opus>/d' -e 's/"flac ogg vorbis vorbisenc opus"/"flac ogg"/' \
+        CMakeLists.txt \
+   && sed -i 's/if (Vorbis_FOUND AND FLAC_FOUND AND Opus_FOUND)/if (FLAC_FOUND)/' cmake/SndFileChecks.cmake \
+   && cmake -S . -B build -G Ninja -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER="$CC" \
+        -DCMAKE_CXX_COMPILER="$host-g++-posix" \
+        -DCMAKE_RC_COMPILER="$host-windres" -DCMAKE_AR="$(command -v "$AR")" \
+        -DCMAKE_RANLIB="$(command -v "$RANLIB")" -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS="-O2 -g0 -DFLAC__NO_DLL" \
+        -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_FIND_ROOT_PATH="$prefix;/usr/$host" \
+        -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER -DCMAKE_FIND_ROOT_PATH_MODE_LIBRARY=ONLY \
+        -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=ONLY \
+        -DBUILD_SHARED_LIBS=OFF -DBUILD_PROGRAMS=OFF -DBUILD_EXAMPLES=OFF -DBUILD_TESTING=OFF \
+        -DBUILD_REGTEST=OFF -DENABLE_CPACK=OFF -DENABLE_MPEG=OFF -DENABLE_EXTERNAL_LIBS=ON \
+        -DENABLE_EXPERIMENTAL=OFF -DINSTALL_MANPAGES=OFF -DENABLE_PACKAGE_CONFIG=OFF \
+   && cmake --build build -j"$jobs" --target sndfile && cmake --install build) >>"$logfile" 2>&1
+grep -q '^#define HAVE_EXTERNAL_XIPH_LIBS 1' "$(src libsndfile)/build/src/config.h" ||
+  { log "libsndfile was configured without FLAC"; exit 1; }
+
+# libmpg123 only: no network (which would import winsock), no output modules.
+# The build is not recursive, so the one library is made and installed by hand.
+step "mpg123"
+(cd "$(src mpg123)" && ./configure "${common[@]}" --with-cpu=x86-64 --enable-modules=no --enable-network=no \
+   --enable-ipv6=no --with-audio=dummy --with-default-audio=dummy \
+   && make -j"$jobs" src/libmpg123/libmpg123.la \
+   && install -m 644 src/libmpg123/.libs/libmpg123.a "$prefix/lib/" \
+   && install -m 644 src/libmpg123/mpg123.h src/libmpg123/fmt123.h "$prefix/include/" \
+   && install -m 644 libmpg123.pc "$prefix/lib/pkgconfig/") >>"$logfile" 2>&1
+
+for lib in libpixman-1.a libfreetype.a libpng16.a libcairo.a libogg.a libFLAC.a libsndfile.a libmpg123.a; do
   if [ ! -f "$prefix/lib/$lib" ]; then log "missing $lib after the build"; exit 1; fi
 done
 [ -f "$prefix/lib/libpng.a" ] || cp "$prefix/lib/libpng16.a" "$prefix/lib/libpng.a"

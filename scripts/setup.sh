@@ -9,7 +9,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   # product libraries
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
-  libsndfile1-dev libmpg123-dev libstb-dev
+  libsndfile1-dev libmpg123-dev libstb-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks

@@ -1,7 +1,7 @@
 #pragma once
-// Test helpers: a temporary folder, audio files written with libsndfile,
-// files converted with the ffmpeg command when it is installed, and the
-// engine fed directly with the same samples.
+// Test helpers: a temporary folder, audio files written with libsndfile (UTF-8
+// names on every platform), files converted with the ffmpeg command when it is
+// installed, and the engine fed directly with the same samples.
 #include "engine/ChannelLayouts.h"
 #include "engine/LoudnessEngine.h"
 
@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -22,9 +23,15 @@ class TempDir {
 public:
     TempDir()
     {
-        char pattern[] = "/tmp/velorum-test-XXXXXX";
-        const char* made = mkdtemp(pattern);
-        path_ = made ? made : "/tmp";
+        std::error_code ec;
+        const std::filesystem::path base = std::filesystem::temp_directory_path(ec);
+        std::random_device seed;
+        std::mt19937_64 random(seed());
+        for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+            const std::filesystem::path dir = base / ("velorum-test-" + std::to_string(random()));
+            if (std::filesystem::create_directory(dir, ec))
+                path_ = dir.generic_string();
+        }
     }
     ~TempDir()
     {
@@ -55,6 +62,17 @@ inline std::vector<float> programme(int channels, int rate, int64_t frames)
     return out;
 }
 
+// libsndfile's open with a UTF-8 name; on Windows through the standard
+// library's own conversion to the wide name.
+inline SNDFILE* openSound(const std::string& path, int mode, SF_INFO* info)
+{
+#ifdef _WIN32
+    return sf_wchar_open(std::filesystem::path(std::u8string(path.begin(), path.end())).c_str(), mode, info);
+#else
+    return sf_open(path.c_str(), mode, info);
+#endif
+}
+
 inline bool writeFile(const std::string& path, int format, int channels, int rate, const std::vector<float>& samples)
 {
     SF_INFO info;
@@ -62,7 +80,7 @@ inline bool writeFile(const std::string& path, int format, int channels, int rat
     info.samplerate = rate;
     info.channels = channels;
     info.format = format;
-    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    SNDFILE* f = openSound(path, SFM_WRITE, &info);
     if (!f)
         return false;
     const sf_count_t frames = static_cast<sf_count_t>(samples.size() / static_cast<size_t>(channels));
@@ -81,7 +99,7 @@ inline std::vector<float> readBack(const std::string& path, int& channels, int& 
 {
     SF_INFO info;
     std::memset(&info, 0, sizeof info);
-    SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
+    SNDFILE* f = openSound(path, SFM_READ, &info);
     std::vector<float> out;
     if (!f)
         return out;
@@ -93,10 +111,15 @@ inline std::vector<float> readBack(const std::string& path, int& channels, int& 
     return out;
 }
 
+// The ffmpeg command is a Linux tool here; the Windows tests don't look for it.
 inline bool haveFfmpeg()
 {
+#ifdef _WIN32
+    return false;
+#else
     static const bool have = std::system("ffmpeg -version >/dev/null 2>&1") == 0;
     return have;
+#endif
 }
 
 // Converts with the ffmpeg command; false when ffmpeg is missing or fails.

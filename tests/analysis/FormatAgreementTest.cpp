@@ -118,6 +118,34 @@ TEST(FormatAgreement, LossyFormatsMatchWithinCodecTolerance)
 namespace velorum {
 namespace {
 
+TEST(FormatAgreement, Mp3AndVorbisOfAKnownSineReadItsLevelAndLength)
+{
+#ifndef VELORUM_LOSSY_FIXTURES
+    GTEST_SKIP() << "no MP3 and Ogg Vorbis fixtures (the build found no ffmpeg)";
+#else
+    // Ten seconds of a 997 Hz sine at 1/8 of full scale (-18.06 dBFS) on both
+    // channels: a stereo sine near 1 kHz reads its peak level in LUFS, within
+    // the codecs' tolerance. Both containers state the exact length (LAME's
+    // gapless header, Vorbis granule positions): not a frame more or less.
+    const double level = 20.0 * std::log10(1.0 / 8.0);
+    for (const auto& [name, kind] : {std::pair<const char*, int>{"tone.mp3", 1}, {"tone.ogg", 4}}) {
+        LoudnessEngine engine;
+        OfflineAnalysis analysis(engine);
+        OfflineAnalysis::Request request;
+        request.paths = {std::string(VELORUM_LOSSY_FIXTURES) + "/" + name};
+        ASSERT_TRUE(analysis.run(request)) << name << ": " << analysis.message();
+        EXPECT_EQ(analysis.fileInfo().decoderKind, kind) << name;
+        EXPECT_EQ(analysis.fileInfo().frames, 480000u) << name;
+        EXPECT_EQ(analysis.fileInfo().channels, 2u) << name;
+        EXPECT_EQ(analysis.fileInfo().sampleRate, 48000u) << name;
+        EXPECT_NEAR(engine.Integrated(), level, 0.4) << name;
+        EXPECT_NEAR(engine.ShortTermMax(), level, 0.4) << name;
+        EXPECT_NEAR(engine.LoudnessRange(), 0.0, 0.1) << name;
+        EXPECT_NEAR(engine.TruePeakMax(), level, 0.6) << name;
+    }
+#endif
+}
+
 TEST(FormatAgreement, VideoWithShorterAudioIsMeasuredToTheEndOfItsAudio)
 {
     if (!test::haveFfmpeg())
