@@ -135,7 +135,8 @@ step "libogg"
    >>"$logfile" 2>&1
 
 # libFLAC only: no command-line programs, no C++ library, no documentation.
-# Its static build needs FLAC__NO_DLL in every user (see flac.pc's Cflags).
+# Code that includes its headers must define FLAC__NO_DLL to link the static
+# library (flac.pc does not say so); libsndfile's step below does.
 step "flac"
 (cd "$(src flac)" && ./configure "${common[@]}" --disable-cpplibs --disable-programs --disable-examples \
    --disable-doxygen-docs --disable-oggtest --disable-thorough-tests --disable-stack-smash-protection \
