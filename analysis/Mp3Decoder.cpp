@@ -3,6 +3,11 @@
 #include <mpg123.h>
 
 #include <mutex>
+#include <sys/types.h>
+
+// Frame counts and positions pass through off_t: a 32-bit one would end an
+// MP3 at 2^31 frames (12.4 hours at 48 kHz).
+static_assert(sizeof(off_t) == 8, "libmpg123 needs a 64-bit off_t here");
 
 namespace velorum {
 namespace {
