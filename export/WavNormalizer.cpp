@@ -169,6 +169,9 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
         progress(50 + reader.progress() / 2);
     }
     const bool closed = sf_close(file) == 0;
+    // The source is done with: on Windows an open file can't be replaced, and
+    // the output may be the source itself.
+    reader.close();
     if (!ok || !closed || !ReplaceFileUtf8(temp, request.output)) {
         RemoveFileUtf8(temp);
         result.message = ok ? kCouldNotCreateMessage : "The file could not be opened.";

@@ -126,6 +126,27 @@ TEST(WavNormalizer, TimeReferenceIsKept)
     EXPECT_EQ(out.bitsPerSample(), 16);
 }
 
+TEST(WavNormalizer, SourceCanBeReplacedByItsNormalisedSelf)
+{
+    // Saving over the analysed file itself: the source is read to its end
+    // before the finished file takes its place (on Windows an open file
+    // can't be replaced).
+    test::TempDir dir;
+    const std::string path = dir.file("take.wav");
+    std::vector<float> s = test::programme(2, 48000, 48000 * 5);
+    for (float& v : s)
+        v *= 0.5f;
+    ASSERT_TRUE(test::writeWav(path, 2, 48000, s));
+    NormalizeRequest request;
+    request.input = path;
+    request.output = path;
+    request.targetLufs = -16.0;
+    const NormalizeResult r = NormalizeFile(request);
+    ASSERT_TRUE(r.ok) << r.message;
+    EXPECT_NEAR(measure(path), -16.0, 0.05);
+    EXPECT_FALSE(std::filesystem::exists(path + ".part"));
+}
+
 TEST(WavNormalizer, Rf64StartsWhereThePlainWavSizesEnd)
 {
     // 4 GiB less the 4 KiB kept for the header chunks, in bytes of sample data.
