@@ -270,15 +270,17 @@ bool AudioDecoderMediaFoundation::configureStream()
         const uint32_t bits = attribute(native.get(), kBitsPerSample, 0);
         bitsPerSampleNative = bits > 0 && bits <= 64 ? static_cast<int32_t>(bits) : 16;
     }
-    // Floats when the decoder delivers them, else 16-bit integers.
+    // Floats when the decoder delivers them, else 16-bit integers, else
+    // integers of whatever width the decoder chooses.
     bool accepted = false;
-    for (const Output wanted : {Output::Float32, Output::Int16}) {
+    for (const Output wanted : {Output::Float32, Output::Int16, Output::Int32}) {
         ComRef<IMFMediaType> type;
         if (FAILED(api.createMediaType(type.put())) || !type)
             return false;
         type->SetGUID(kMajorType, kMediaTypeAudio);
         type->SetGUID(kSubtype, wanted == Output::Float32 ? kAudioFormatFloat : kAudioFormatPcm);
-        type->SetUINT32(kBitsPerSample, wanted == Output::Float32 ? 32 : 16);
+        if (wanted != Output::Int32)
+            type->SetUINT32(kBitsPerSample, wanted == Output::Float32 ? 32 : 16);
         if (SUCCEEDED(sourceReader_->SetCurrentMediaType(kFirstAudioStream, nullptr, type.get()))) {
             accepted = true;
             break;
@@ -352,6 +354,10 @@ bool AudioDecoderMediaFoundation::readCurrentType()
         output_ = Output::Float32;
     else if (!isFloat && bits == 16)
         output_ = Output::Int16;
+    else if (!isFloat && bits == 24)
+        output_ = Output::Int24;
+    else if (!isFloat && bits == 32)
+        output_ = Output::Int32;
     else
         return false;
     // A stream may change its sample layout, never its channels or rate.
@@ -449,9 +455,11 @@ bool AudioDecoderMediaFoundation::appendSample(const uint8_t* bytes, size_t byte
     const size_t count = frames * channelCount;
     carryOver.resize(old + count);
     float* out = carryOver.data() + old;
-    if (output_ == Output::Float32) {
+    switch (output_) {
+    case Output::Float32:
         std::memcpy(out, bytes, count * sizeof(float));
-    } else {
+        break;
+    case Output::Int16: {
         // 16-bit samples are scaled by the native stream's bit depth (16 when
         // it states none), as the meter always has, so that readings of such
         // files stay what they were.
@@ -461,6 +469,23 @@ bool AudioDecoderMediaFoundation::appendSample(const uint8_t* bytes, size_t byte
             std::memcpy(&v, bytes + 2 * i, sizeof v);
             out[i] = static_cast<float>(v) * scale;
         }
+        break;
+    }
+    case Output::Int24:
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t* b = bytes + 3 * i;
+            // The three little-endian bytes in the top of a 32-bit word keep the sign.
+            const uint32_t word = (uint32_t{b[0]} << 8) | (uint32_t{b[1]} << 16) | (uint32_t{b[2]} << 24);
+            out[i] = static_cast<float>(static_cast<double>(static_cast<int32_t>(word)) / 2147483648.0);
+        }
+        break;
+    case Output::Int32:
+        for (size_t i = 0; i < count; ++i) {
+            int32_t v = 0;
+            std::memcpy(&v, bytes + 4 * i, sizeof v);
+            out[i] = static_cast<float>(static_cast<double>(v) / 2147483648.0);
+        }
+        break;
     }
 
     if (!firstTimestampKnown_) {

@@ -37,9 +37,10 @@ public:
     static bool available();
 
 private:
-    // How the decoded samples arrive: 32-bit floats, or 16-bit integers when
-    // the system's decoder refuses to deliver floats.
-    enum class Output { Float32, Int16 };
+    // How the decoded samples arrive: 32-bit floats; 16-bit integers when the
+    // system's decoder refuses floats; integers of the source's own width
+    // when it refuses both (lossless decoders of 24-bit audio may).
+    enum class Output { Float32, Int16, Int24, Int32 };
 
     void release();
     bool openReader();
