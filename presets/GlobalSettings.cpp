@@ -20,11 +20,6 @@ std::string_view Trim(std::string_view s) {
   return s.substr(b, s.find_last_not_of(" \t\r\n") - b + 1);
 }
 
-std::string EnvOr(const char* name, const std::string& fallback) {
-  const char* v = std::getenv(name);
-  return v && *v ? std::string(v) : fallback;
-}
-
 // The key of a key=value line, or an empty view.
 std::string_view KeyOf(std::string_view line) {
   const auto eq = line.find('=');
@@ -33,13 +28,30 @@ std::string_view KeyOf(std::string_view line) {
 
 }  // namespace
 
+std::string EnvironmentUtf8(const char* name, const std::string& fallback) {
+#ifdef _WIN32
+  const std::wstring wide(name, name + std::char_traits<char>::length(name));
+  const wchar_t* v = _wgetenv(wide.c_str());
+  if (!v || !*v) return fallback;
+  try {
+    const std::u8string text = fs::path(v).u8string();
+    return std::string(text.begin(), text.end());
+  } catch (...) {
+    return fallback;  // not convertible text
+  }
+#else
+  const char* v = std::getenv(name);
+  return v && *v ? std::string(v) : fallback;
+#endif
+}
+
 std::string SettingsFolder(bool create) {
-  std::string folder = EnvOr("VELORUM_SETTINGS_DIR", "");
+  std::string folder = EnvironmentUtf8("VELORUM_SETTINGS_DIR", "");
   if (folder.empty()) {
 #ifdef _WIN32
-    folder = EnvOr("APPDATA", ".") + "/Velorum";
+    folder = EnvironmentUtf8("APPDATA", ".") + "/Velorum";
 #else
-    const std::string config = EnvOr("XDG_CONFIG_HOME", EnvOr("HOME", "/tmp") + "/.config");
+    const std::string config = EnvironmentUtf8("XDG_CONFIG_HOME", EnvironmentUtf8("HOME", "/tmp") + "/.config");
     folder = config + "/Velorum";
 #endif
   }

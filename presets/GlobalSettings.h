@@ -17,6 +17,11 @@ inline constexpr const char* kSettingsFileName = "Settings.ini";
 inline constexpr const char* kDefaultPresetIndexKey = "Default Preset Index";
 inline constexpr const char* kDefaultPresetNameKey = "Default Preset Name";
 
+// An environment variable as UTF-8 (on Windows read as wide text, so that a
+// user folder such as C:\Users\Müller survives any code page), or `fallback`
+// when it is unset or empty.
+std::string EnvironmentUtf8(const char* name, const std::string& fallback);
+
 // The settings folder: VELORUM_SETTINGS_DIR when set, otherwise the
 // platform's per-user configuration folder + "/Velorum" (created unless
 // `create` is false, for readers that only look).

@@ -23,20 +23,15 @@ int ToInt(const std::string& s, int fallback, int lo, int hi) {
   return static_cast<int>(v);
 }
 
-std::string EnvOr(const char* name, const std::string& fallback) {
-  const char* v = std::getenv(name);
-  return v && *v ? std::string(v) : fallback;
-}
-
 }  // namespace
 
 std::string UiSettings::Folder() { return SettingsFolder(); }
 
 UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
 #ifdef _WIN32
-  exportFolder = EnvOr("USERPROFILE", mFolder) + "/Documents";
+  exportFolder = EnvironmentUtf8("USERPROFILE", mFolder) + "/Documents";
 #else
-  exportFolder = EnvOr("HOME", mFolder);
+  exportFolder = EnvironmentUtf8("HOME", mFolder);
 #endif
   std::ifstream in(std::filesystem::u8path(mFolder + "/Settings.ini"), std::ios::binary);
   std::string line;

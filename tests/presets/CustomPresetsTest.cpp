@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <fstream>
@@ -287,3 +288,19 @@ TEST(GlobalSettings, KeysOfOthersSurviveAndHostileValuesAreIgnored) {
 
 }  // namespace
 }  // namespace velorum
+
+// A user folder with letters beyond ASCII (C:\Users\Müller) reaches the
+// settings folder as UTF-8 whatever the code page.
+TEST(GlobalSettings, EnvironmentIsReadAsUtf8) {
+  const std::string mueller = "/Users/M\xC3\xBCller \xE9\x9F\xB3";
+#ifdef _WIN32
+  ASSERT_EQ(_wputenv_s(L"VELORUM_TEST_HOME", L"/Users/M\u00FCller \u97F3"), 0);
+  ASSERT_EQ(_wputenv_s(L"VELORUM_TEST_EMPTY", L""), 0);
+#else
+  ASSERT_EQ(setenv("VELORUM_TEST_HOME", mueller.c_str(), 1), 0);
+  ASSERT_EQ(setenv("VELORUM_TEST_EMPTY", "", 1), 0);
+#endif
+  EXPECT_EQ(velorum::EnvironmentUtf8("VELORUM_TEST_HOME", "x"), mueller);
+  EXPECT_EQ(velorum::EnvironmentUtf8("VELORUM_TEST_EMPTY", "x"), "x");
+  EXPECT_EQ(velorum::EnvironmentUtf8("VELORUM_TEST_UNSET_VARIABLE", "x"), "x");
+}
