@@ -246,7 +246,9 @@ bool AudioDecoderMediaFoundation::openReader()
         return false;
     widePath_[units] = L'\0';
 
-    const HRESULT com = api.coInitializeEx(nullptr, COINIT_MULTITHREADED);
+    // Apartment-threaded, as a host's own threads usually are; the source
+    // reader is free-threaded, so reads from another thread need no marshalling.
+    const HRESULT com = api.coInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
     if (SUCCEEDED(com))
         comInitialized_ = true;
     else if (com != RPC_E_CHANGED_MODE)   // the thread's COM stays as its owner set it up

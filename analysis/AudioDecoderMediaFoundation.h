@@ -6,7 +6,7 @@
 //
 // Media Foundation is loaded at run time, so the plug-in carries no import of
 // it and still loads on Windows editions that lack it; there every file is
-// refused. An object initialises COM (multithreaded) and Media Foundation on
+// refused. An object initialises COM (apartment-threaded) and Media Foundation on
 // the thread that opens a file and shuts both down again on destruction, which
 // must therefore happen on that same thread; reads and seeks may come from
 // another thread while the opening one keeps the object.

@@ -17,6 +17,9 @@ packages=(
   xvfb xauth x11-utils
   # Windows cross-build and its tests
   mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
+  # Media Foundation under wine decodes through GStreamer (WAV, FLAC, MP3,
+  # Opus, MP4 demuxing; AAC through the libav plug-in)
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
 )
 
 missing=()
