@@ -6,6 +6,7 @@
 #include <stb_vorbis.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <vector>
 
@@ -20,12 +21,22 @@ bool lastPageEndsStream(const std::string& path)
     if (!f)
         return false;
     std::vector<unsigned char> tail(65536 + 27);
-    long size = 0;
-    if (std::fseek(f, 0, SEEK_END) == 0)
-        size = std::ftell(f);
-    const long start = size > static_cast<long>(tail.size()) ? size - static_cast<long>(tail.size()) : 0;
+    // 64-bit positions: a long is 32 bits on Windows, and Ogg files of
+    // several hours pass 2 GB.
+#ifdef _WIN32
+    const auto seek = [f](int64_t at, int whence) { return _fseeki64(f, at, whence) == 0; };
+    const auto tell = [f]() -> int64_t { return _ftelli64(f); };
+#else
+    const auto seek = [f](int64_t at, int whence) { return fseeko(f, static_cast<off_t>(at), whence) == 0; };
+    const auto tell = [f]() -> int64_t { return static_cast<int64_t>(ftello(f)); };
+#endif
+    int64_t size = 0;
+    if (seek(0, SEEK_END))
+        size = tell();
+    const auto tailSize = static_cast<int64_t>(tail.size());
+    const int64_t start = size > tailSize ? size - tailSize : 0;
     size_t got = 0;
-    if (size > 0 && std::fseek(f, start, SEEK_SET) == 0)
+    if (size > 0 && seek(start, SEEK_SET))
         got = std::fread(tail.data(), 1, tail.size(), f);
     std::fclose(f);
     for (size_t i = got >= 6 ? got - 6 : 0; got >= 6; --i) {
