@@ -6,7 +6,10 @@
 // on Windows AudioDecoderMediaFoundation, over Media Foundation's source reader).
 #include "analysis/FrameDecoder.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -38,6 +41,72 @@ public:
     // Decoded frames that the last request could not take, interleaved.
     std::vector<float> carryOver;
     size_t carryOverRead = 0;     // samples of carryOver already handed out
+
+protected:
+    // Hands out up to `frames` frames into `dst`: the carry-over store first,
+    // then what each call of `decodeMore()` appends to it, until that returns
+    // false (the end, or a failure). Advances the stream position and the
+    // counters; an allocation failure ends the stream with what was handed
+    // out standing.
+    template <typename DecodeMore>
+    int64_t deliverFrames(float* dst, int64_t frames, DecodeMore&& decodeMore)
+    {
+        if (!dst || frames <= 0 || channelCount == 0)
+            return 0;
+        ++readCalls;
+        const size_t wanted = static_cast<size_t>(frames) * channelCount;
+        size_t filled = 0;
+        try {
+            while (filled < wanted) {
+                const size_t available = carryOver.size() - carryOverRead;
+                if (available > 0) {
+                    const size_t take = std::min(available, wanted - filled);
+                    std::memcpy(dst + filled, carryOver.data() + carryOverRead, take * sizeof(float));
+                    carryOverRead += take;
+                    filled += take;
+                    if (carryOverRead == carryOver.size())
+                        dropCarryOver();
+                    continue;
+                }
+                if (!decodeMore())
+                    break;
+            }
+        } catch (...) {
+            endOfStream = true;
+        }
+        const int64_t got = static_cast<int64_t>(filled / channelCount);
+        streamPosition += got;
+        framesDelivered += static_cast<uint64_t>(got);
+        return got;
+    }
+
+    // Decodes to the end of the stream and counts the frames, handing none
+    // out: for containers that state no length.
+    template <typename DecodeMore>
+    int64_t countFramesToEnd(DecodeMore&& decodeMore)
+    {
+        int64_t count = 0;
+        while (channelCount != 0 && decodeMore()) {
+            count += static_cast<int64_t>((carryOver.size() - carryOverRead) / channelCount);
+            dropCarryOver();
+        }
+        return count;
+    }
+
+    void dropCarryOver()
+    {
+        carryOver.clear();
+        carryOverRead = 0;
+    }
+
+    // Removes the samples already handed out, before more are appended.
+    void compactCarryOver()
+    {
+        if (carryOverRead == 0)
+            return;
+        carryOver.erase(carryOver.begin(), carryOver.begin() + static_cast<std::ptrdiff_t>(carryOverRead));
+        carryOverRead = 0;
+    }
 };
 
 } // namespace velorum

@@ -45,8 +45,7 @@ void AudioDecoderFFmpeg::release()
     avformat_close_input(&format_ctx_);
     stream_ = -1;
     drained_ = false;
-    carryOver.clear();
-    carryOverRead = 0;
+    dropCarryOver();
 }
 
 bool AudioDecoderFFmpeg::open(const std::string& filePath)
@@ -102,7 +101,7 @@ bool AudioDecoderFFmpeg::open(const std::string& filePath)
         const double samples = std::trunc(seconds * sampleRateHz * channelCount);
         frames = static_cast<int64_t>(std::ceil(samples / channelCount));
     } else {
-        frames = countFramesByDecoding();
+        frames = countFramesToEnd([this] { return decodeMore(); });
         if (frames <= 0 || !seek(0)) {
             release();
             return false;
@@ -114,17 +113,6 @@ bool AudioDecoderFFmpeg::open(const std::string& filePath)
     format_.bitsPerSample = -1;
     format_.timeReference = 0;
     return true;
-}
-
-int64_t AudioDecoderFFmpeg::countFramesByDecoding()
-{
-    int64_t count = 0;
-    while (decodeMore()) {
-        count += static_cast<int64_t>((carryOver.size() - carryOverRead) / channelCount);
-        carryOver.clear();
-        carryOverRead = 0;
-    }
-    return count;
 }
 
 bool AudioDecoderFFmpeg::appendConverted()
@@ -152,10 +140,7 @@ bool AudioDecoderFFmpeg::appendConverted()
     const int room = swr_get_out_samples(swr_, frame_->nb_samples);
     if (room <= 0)
         return true;
-    if (carryOverRead > 0) {
-        carryOver.erase(carryOver.begin(), carryOver.begin() + static_cast<std::ptrdiff_t>(carryOverRead));
-        carryOverRead = 0;
-    }
+    compactCarryOver();
     const size_t old = carryOver.size();
     carryOver.resize(old + static_cast<size_t>(room) * channelCount);
     uint8_t* out = reinterpret_cast<uint8_t*>(carryOver.data() + old);
@@ -228,31 +213,9 @@ bool AudioDecoderFFmpeg::decodeMore()
 
 int64_t AudioDecoderFFmpeg::read(float* dst, int64_t frames)
 {
-    if (!codec_ || frames <= 0)
+    if (!codec_)
         return 0;
-    ++readCalls;
-    const size_t wanted = static_cast<size_t>(frames) * channelCount;
-    size_t filled = 0;
-    while (filled < wanted) {
-        const size_t available = carryOver.size() - carryOverRead;
-        if (available > 0) {
-            const size_t take = std::min(available, wanted - filled);
-            std::memcpy(dst + filled, carryOver.data() + carryOverRead, take * sizeof(float));
-            carryOverRead += take;
-            filled += take;
-            if (carryOverRead == carryOver.size()) {
-                carryOver.clear();
-                carryOverRead = 0;
-            }
-            continue;
-        }
-        if (!decodeMore())
-            break;
-    }
-    const int64_t got = static_cast<int64_t>(filled / channelCount);
-    streamPosition += got;
-    framesDelivered += static_cast<uint64_t>(got);
-    return got;
+    return deliverFrames(dst, frames, [this] { return decodeMore(); });
 }
 
 bool AudioDecoderFFmpeg::seek(uint64_t frame)
@@ -268,8 +231,7 @@ bool AudioDecoderFFmpeg::seek(uint64_t frame)
         return false;
     avcodec_flush_buffers(codec_);
     swr_free(&swr_);
-    carryOver.clear();
-    carryOverRead = 0;
+    dropCarryOver();
     endOfStream = false;
     drained_ = false;
     seekPending = true;

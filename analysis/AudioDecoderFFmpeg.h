@@ -28,7 +28,6 @@ private:
     // Decodes the next frame into carryOver; false at the end of the stream.
     bool decodeMore();
     bool appendConverted();
-    int64_t countFramesByDecoding();
 
     AVFormatContext* format_ctx_ = nullptr;
     AVCodecContext* codec_ = nullptr;

@@ -198,8 +198,7 @@ void AudioDecoderMediaFoundation::release()
         api.coUninitialize();
         comInitialized_ = false;
     }
-    carryOver.clear();
-    carryOverRead = 0;
+    dropCarryOver();
     sampleBuffer_.clear();
     sampleBufferSize_ = 0;
     totalDuration_ = 0;
@@ -320,7 +319,7 @@ bool AudioDecoderMediaFoundation::configureStream()
             if (!decodeMore())
                 return false;
     } else {
-        frames = countFramesByDecoding();
+        frames = countFramesToEnd([this] { return decodeMore(); });
         if (frames <= 0 || !seek(0))
             return false;
     }
@@ -369,17 +368,6 @@ bool AudioDecoderMediaFoundation::readCurrentType()
     sampleRateHz = rate;
     bytesPerFrame_ = channels * (bits / 8);
     return true;
-}
-
-int64_t AudioDecoderMediaFoundation::countFramesByDecoding()
-{
-    int64_t count = 0;
-    while (decodeMore()) {
-        count += static_cast<int64_t>((carryOver.size() - carryOverRead) / channelCount);
-        carryOver.clear();
-        carryOverRead = 0;
-    }
-    return count;
 }
 
 bool AudioDecoderMediaFoundation::decodeMore()
@@ -449,10 +437,7 @@ bool AudioDecoderMediaFoundation::appendSample(const uint8_t* bytes, size_t byte
     const size_t frames = bytesPerFrame_ > 0 ? byteCount / bytesPerFrame_ : 0;
     if (frames == 0)
         return false;
-    if (carryOverRead > 0) {
-        carryOver.erase(carryOver.begin(), carryOver.begin() + static_cast<std::ptrdiff_t>(carryOverRead));
-        carryOverRead = 0;
-    }
+    compactCarryOver();
     const size_t old = carryOver.size();
     const size_t count = frames * channelCount;
     carryOver.resize(old + count);
@@ -521,36 +506,9 @@ bool AudioDecoderMediaFoundation::appendSample(const uint8_t* bytes, size_t byte
 
 int64_t AudioDecoderMediaFoundation::read(float* dst, int64_t frames)
 {
-    if (!sourceReader_ || !dst || frames <= 0 || channelCount == 0)
+    if (!sourceReader_)
         return 0;
-    ++readCalls;
-    const size_t wanted = static_cast<size_t>(frames) * channelCount;
-    size_t filled = 0;
-    try {
-        while (filled < wanted) {
-            const size_t available = carryOver.size() - carryOverRead;
-            if (available > 0) {
-                const size_t take = std::min(available, wanted - filled);
-                std::memcpy(dst + filled, carryOver.data() + carryOverRead, take * sizeof(float));
-                carryOverRead += take;
-                filled += take;
-                if (carryOverRead == carryOver.size()) {
-                    carryOver.clear();
-                    carryOverRead = 0;
-                }
-                continue;
-            }
-            if (!decodeMore())
-                break;
-        }
-    } catch (...) {
-        // Out of memory: what was handed out stands, the stream ends here.
-        endOfStream = true;
-    }
-    const int64_t got = static_cast<int64_t>(filled / channelCount);
-    streamPosition += got;
-    framesDelivered += static_cast<uint64_t>(got);
-    return got;
+    return deliverFrames(dst, frames, [this] { return decodeMore(); });
 }
 
 bool AudioDecoderMediaFoundation::seek(uint64_t frame)
@@ -573,8 +531,7 @@ bool AudioDecoderMediaFoundation::seek(uint64_t frame)
     PropVariantInit(&position);
     position.vt = VT_I8;
     position.hVal.QuadPart = std::max<int64_t>(time, 0);
-    carryOver.clear();
-    carryOverRead = 0;
+    dropCarryOver();
     if (FAILED(sourceReader_->SetCurrentPosition(kNullFormat, position))) {
         // Flushed and not moved: nothing sensible follows.
         endOfStream = true;

@@ -50,7 +50,6 @@ private:
     // cannot get more audio (end of stream, a failure, repeated type changes).
     bool decodeMore();
     bool appendSample(const uint8_t* bytes, size_t byteCount, int64_t timestamp);
-    int64_t countFramesByDecoding();
 
     IMFSourceReader* sourceReader_ = nullptr;
     IMFMediaType* currentMediaType_ = nullptr;
