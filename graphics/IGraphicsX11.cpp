@@ -813,23 +813,36 @@ struct IGraphicsX11::Impl {
       if (!outputOpen && !dialog.Running()) return true;  // ended for a too-long answer
       if (!modal) continue;
       for (nfds_t i = 1; i < n; ++i)
-        if (fds[i].fd == wake[0] && (fds[i].revents & POLLIN)) {
-          char b[16];
-          while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {}
-        }
-      while (XPending(dpy)) {
-        XEvent e;
-        XNextEvent(dpy, &e);
-        if (e.type == ButtonPress || e.type == MotionNotify || e.type == KeyPress) continue;
-        Handle(e);
-      }
-      const auto now = Clock::now();
-      if (now >= next) {
-        next += kTimerPeriod;
-        if (next < now) next = now + kTimerPeriod;
-        Tick();
-      }
+        if (fds[i].fd == wake[0] && (fds[i].revents & POLLIN)) DrainWakePipe();
+      HandlePendingEvents(true);
+      TickWhenDue(next);
     }
+  }
+
+  void DrainWakePipe() {
+    char b[16];
+    while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {}
+  }
+
+  // Handles the queued events; behind a modal dialog presses, motion and key
+  // presses are dropped.
+  void HandlePendingEvents(bool modal) {
+    while (XPending(dpy)) {
+      XEvent e;
+      XNextEvent(dpy, &e);
+      if (modal && (e.type == ButtonPress || e.type == MotionNotify || e.type == KeyPress)) continue;
+      Handle(e);
+    }
+  }
+
+  // The window timer: a tick when `next` has come, and the next one a period
+  // later (or a period from now after a stall).
+  void TickWhenDue(Clock::time_point& next) {
+    const auto now = Clock::now();
+    if (now < next) return;
+    next += kTimerPeriod;
+    if (next < now) next = now + kTimerPeriod;
+    Tick();
   }
 
   void Run() {
@@ -840,24 +853,12 @@ struct IGraphicsX11::Impl {
       if (!XPending(dpy)) {
         fds[0].revents = fds[1].revents = 0;
         poll(fds, 2, wait > 0 ? static_cast<int>(wait) : 0);
-        if (fds[1].revents & POLLIN) {
-          char b[16];
-          while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {}
-        }
+        if (fds[1].revents & POLLIN) DrainWakePipe();
       }
       if (stop) break;
       std::lock_guard<std::recursive_mutex> lock(g->GetLock());
-      while (XPending(dpy)) {
-        XEvent e;
-        XNextEvent(dpy, &e);
-        Handle(e);
-      }
-      const auto now = Clock::now();
-      if (now >= next) {
-        next += kTimerPeriod;
-        if (next < now) next = now + kTimerPeriod;
-        Tick();
-      }
+      HandlePendingEvents(false);
+      TickWhenDue(next);
     }
   }
 };
