@@ -119,6 +119,16 @@ std::string TrimBlanks(const std::string& s) {
 
 bool IsCustomIndex(int index) { return index >= kFirstCustomPresetIndex && index <= kLastCustomPresetIndex; }
 
+// Whether the desktop has a file dialog: always on Windows; on Linux when
+// zenity or kdialog is installed (otherwise paths are typed).
+bool HasFileDialog() {
+#ifdef _WIN32
+  return true;
+#else
+  return IGraphicsX11::FileDialogAvailable();
+#endif
+}
+
 std::string Stem(const std::string& path) {
   const auto u8 = std::filesystem::u8path(path).stem().u8string();
   const std::string s(u8.begin(), u8.end());
@@ -415,10 +425,13 @@ void MeterEditor::OpenPresetMenu() {
 void MeterEditor::AskPresetName() {
   // The name is typed in a box under the preset button.
   mPresetEntry = [this](const std::string& name) { SavePreset(name); };
-  const DRect r = D(mButtons[MeterLayout::kPreset]->GetRECT());
-  const double w = std::min(260., double(mGraphics->Width()) - r.L - 8.);
-  mGraphics->CreateTextEntry(mButtons[MeterLayout::kPreset], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.),
-                             mPlugin.ShownCustomPreset());
+  OpenTextEntryUnder(MeterLayout::kPreset, 260., mPlugin.ShownCustomPreset());
+}
+
+void MeterEditor::OpenTextEntryUnder(int button, double width, const std::string& text) {
+  const DRect r = D(mButtons[button]->GetRECT());
+  const double w = std::min(width, double(mGraphics->Width()) - r.L - 8.);
+  mGraphics->CreateTextEntry(mButtons[button], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), text);
 }
 
 void MeterEditor::SavePreset(const std::string& typedName, bool replace) {
@@ -450,19 +463,15 @@ void MeterEditor::SavePreset(const std::string& typedName, bool replace) {
 }
 
 void MeterEditor::AskImportPath() {
-#ifndef _WIN32
-  if (!IGraphicsX11::FileDialogAvailable()) {
-    // No file dialog on this desktop: type the path of the preset file.
+  if (!HasFileDialog()) {
+    // Type the path of the preset file.
     mPresetEntry = [this](const std::string& typed) {
       const std::string typedPath = TrimBlanks(typed);
       if (!typedPath.empty()) ImportPreset(typedPath);
     };
-    const DRect r = D(mButtons[MeterLayout::kPreset]->GetRECT());
-    const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
-    mGraphics->CreateTextEntry(mButtons[MeterLayout::kPreset], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
+    OpenTextEntryUnder(MeterLayout::kPreset, 420., "");
     return;
   }
-#endif
   const std::string path = mGraphics->PromptForFile(false, kCustomPresetExtension, mSettings.exportFolder);
   if (!path.empty()) ImportPreset(path);
 }
@@ -547,15 +556,10 @@ void MeterEditor::OpenExportMenu() {
 }
 
 void MeterEditor::ChooseFile() {
-#ifndef _WIN32
-  if (!IGraphicsX11::FileDialogAvailable()) {
-    // No file dialog on this desktop: type the path.
-    const DRect r = D(mButtons[MeterLayout::kOpen]->GetRECT());
-    const double w = std::min(420., double(mGraphics->Width()) - r.L - 8.);
-    mGraphics->CreateTextEntry(mButtons[MeterLayout::kOpen], IRECT(r.L, r.B + 2., r.L + w, r.B + 24.), "");
+  if (!HasFileDialog()) {
+    OpenTextEntryUnder(MeterLayout::kOpen, 420., "");  // type the path
     return;
   }
-#endif
   const std::string path = mGraphics->PromptForFile(false, "", mSettings.exportFolder);
   if (!path.empty()) AnalyseFiles({path});
 }
@@ -611,10 +615,8 @@ std::string MeterEditor::ExportPath(ExportKind kind) {
   const std::string name = stem + kSuffix[static_cast<int>(kind)] + "." + ExportExtension(kind);
   std::error_code ec;
   std::filesystem::create_directories(std::filesystem::u8path(mSettings.exportFolder), ec);
-#ifndef _WIN32
-  // No file dialog on this desktop: the export goes to the export folder.
-  if (!IGraphicsX11::FileDialogAvailable()) return mSettings.exportFolder + "/" + name;
-#endif
+  // Without a file dialog the export goes to the export folder.
+  if (!HasFileDialog()) return mSettings.exportFolder + "/" + name;
   return mGraphics->PromptForFile(true, ExportExtension(kind), mSettings.exportFolder, name);
 }
 

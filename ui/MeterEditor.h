@@ -106,6 +106,8 @@ class MeterEditor : public IEditor, public EditorHost {
   void OpenPresetMenu();
   void AskPresetName();
   void AskImportPath();
+  // A one-line text entry under tool button `button`, at most `width` wide.
+  void OpenTextEntryUnder(int button, double width, const std::string& text);
   void OpenExportMenu();
   void ChooseFile();
   std::string ExportPath(ExportKind kind);
