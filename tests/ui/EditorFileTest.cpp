@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "MeterFixture.h"
+#include "DroppedFileFixture.h"
 #include "WavFile.h"
 #include "ui/ExportActions.h"
 #include "ui/HistoryGraph.h"
@@ -25,12 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadAll(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> out;
@@ -40,22 +34,9 @@ std::vector<std::string> Lines(const std::string& text) {
   return out;
 }
 
-class EditorFiles : public ::testing::Test {
+class EditorFiles : public DroppedFileTest {
  protected:
-  void SetUp() override {
-    meter = std::make_unique<MeterFixture>("files");
-    exports = fs::path(meter->Folder()) / "exports";
-    fs::create_directories(exports);
-    meter->Editor().Settings().exportFolder = exports.string();
-  }
-  // Drops `path` on the editor and waits for the analysis.
-  void Drop(const std::string& path) {
-    ui::MeterEditor& ed = meter->Editor();
-    ASSERT_TRUE(ed.Graphics().OnDrop({path}, {0}, 400.f, 300.f));
-    ASSERT_TRUE(ed.FinishAnalysisForTests(120000));
-  }
-  std::unique_ptr<MeterFixture> meter;
-  fs::path exports;
+  EditorFiles() : DroppedFileTest("files") {}
 };
 
 TEST_F(EditorFiles, DroppedFileSummaryMatchesTheCommand) {
@@ -82,7 +63,7 @@ TEST_F(EditorFiles, DroppedFileSummaryMatchesTheCommand) {
   const std::string command = std::string(VELORUM_CLI_PATH) + " analyze --summary '" + theirs.string() + "' '" + wav +
                               "' > /dev/null 2>&1";
   ASSERT_EQ(std::system(command.c_str()), 0);
-  const auto a = Lines(ReadAll(mine)), b = Lines(ReadAll(theirs));
+  const auto a = Lines(ReadFileText(mine)), b = Lines(ReadFileText(theirs));
   ASSERT_EQ(a.size(), b.size());
   ASSERT_GT(a.size(), 10u);
   for (size_t i = 0; i < a.size(); ++i) {
@@ -99,17 +80,17 @@ TEST_F(EditorFiles, ExportsAskBeforeReplacingAndReportFailures) {
   ed.Export(ui::ExportKind::Csv);
   ed.Message().Press(0);
   ASSERT_TRUE(fs::exists(csv));
-  EXPECT_EQ(ReadAll(csv).rfind("Time,", 0), 0u);
+  EXPECT_EQ(ReadFileText(csv).rfind("Time,", 0), 0u);
   // The second export of the same file asks first; "No" keeps the old file.
   { std::ofstream(csv, std::ios::trunc) << "old"; }
   ed.Export(ui::ExportKind::Csv);
   ASSERT_TRUE(ed.Message().IsShown());
   EXPECT_EQ(ed.Message().Text(), "This file already exists. Do you want to replace the existing file?");
   ed.Message().Press(1);
-  EXPECT_EQ(ReadAll(csv), "old");
+  EXPECT_EQ(ReadFileText(csv), "old");
   ed.Export(ui::ExportKind::Csv);
   ed.Message().Press(0);  // "Yes"
-  EXPECT_EQ(ReadAll(csv).rfind("Time,", 0), 0u);
+  EXPECT_EQ(ReadFileText(csv).rfind("Time,", 0), 0u);
   ed.Message().Press(0);
 
   // Images and the Dolby CSV have their formats.
@@ -119,7 +100,7 @@ TEST_F(EditorFiles, ExportsAskBeforeReplacingAndReportFailures) {
                                    std::tuple{ui::ExportKind::DolbyCsv, "_Dolby.csv", std::string("Log File Path,")}}) {
     ed.Export(kind);
     ed.Message().Press(0);
-    const std::string bytes = ReadAll(exports / (std::string("seq-3341-1-16bit") + name));
+    const std::string bytes = ReadFileText(exports / (std::string("seq-3341-1-16bit") + name));
     EXPECT_EQ(bytes.substr(0, magic.size()), magic) << name;
   }
   // The normalised file is written beside them.

@@ -12,7 +12,7 @@
 #include <sstream>
 #include <string>
 
-#include "MeterFixture.h"
+#include "DroppedFileFixture.h"
 #include "analysis/AudioFileReader.h"
 #include "analysis/AudioFixtures.h"
 #include "analysis/OfflineAnalysis.h"
@@ -26,13 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 
 fs::path U8(const std::string& s) { return fs::path(std::u8string(s.begin(), s.end())); }
-
-std::string Text(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // The summary's "Name: value" and "Name = value" lines by name.
 std::map<std::string, std::string> Fields(const std::string& summary) {
@@ -57,18 +50,13 @@ std::string Tenth(double v, const char* unit) {
   return buf;
 }
 
-class EditorFileWin : public ::testing::Test {
+class EditorFileWin : public DroppedFileTest {
  protected:
-  void SetUp() override {
-    meter = std::make_unique<MeterFixture>("files-win");
-    exports = fs::path(meter->Folder()) / "exports";
-    fs::create_directories(exports);
-    meter->Editor().Settings().exportFolder = exports.string();
-  }
-  void Drop(const std::string& path) {
+  EditorFileWin() : DroppedFileTest("files-win") {}
+  // Drops `path` and requires it to be analysed without a message.
+  void DropAnalysed(const std::string& path) {
+    ASSERT_NO_FATAL_FAILURE(Drop(path));
     ui::MeterEditor& ed = meter->Editor();
-    ASSERT_TRUE(ed.Graphics().OnDrop({path}, {0}, 400.f, 300.f));
-    ASSERT_TRUE(ed.FinishAnalysisForTests(120000));
     ASSERT_TRUE(ed.Model().ShowingFile());
     ASSERT_FALSE(ed.Message().IsShown()) << ed.Message().Text();
   }
@@ -83,11 +71,9 @@ class EditorFileWin : public ::testing::Test {
     const fs::path file = exports / U8(name + "_Summary.txt");
     const std::u8string path = file.u8string();
     EXPECT_EQ(ui::WriteExport(std::string(path.begin(), path.end()), content), "");
-    EXPECT_EQ(Text(file), content);
+    EXPECT_EQ(ReadFileText(file), content);
     return Fields(content);
   }
-  std::unique_ptr<MeterFixture> meter;
-  fs::path exports;
 };
 
 TEST_F(EditorFileWin, SummaryOfADroppedFileHasTheKnownAnswers) {
@@ -95,7 +81,7 @@ TEST_F(EditorFileWin, SummaryOfADroppedFileHasTheKnownAnswers) {
   for (auto [name, integrated] : {std::pair{"seq-3341-1-16bit.wav", "-23.0 LUFS"},
                                   std::pair{"seq-3341-2-16bit.wav", "-33.0 LUFS"}}) {
     const std::string wav = std::string(VELORUM_EBU_DIR) + "/" + name;
-    Drop(wav);
+    DropAnalysed(wav);
     const ui::FileMeasurement* file = meter->Editor().Model().File();
     EXPECT_EQ(file->channels, 2u);
     EXPECT_EQ(file->bitsPerSample, 16);
@@ -129,7 +115,7 @@ TEST_F(EditorFileWin, FilesWithUnicodeNamesAreAnalysedExportedAndNormalised) {
     out << in.rdbuf();
   }
   const std::u8string copyText = copy.u8string();
-  Drop(std::string(copyText.begin(), copyText.end()));
+  DropAnalysed(std::string(copyText.begin(), copyText.end()));
   ui::MeterEditor& ed = meter->Editor();
   EXPECT_EQ(ed.Readout().Lines()[0].value, "-23.0");
   EXPECT_EQ(Summary(name)["Integrated"], "-23.0 LUFS");
