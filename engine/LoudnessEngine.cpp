@@ -166,8 +166,12 @@ double LoudnessEngine::ChannelWeight(int channel) const {
 }
 
 void LoudnessEngine::SetInputCount(int inputs) {
+    // The plug-in repeats its count before every block: only a change
+    // reconfigures (and so restarts) the dialogue detection.
+    inputs = std::clamp(inputs, 0, kMaxChannels);
+    if (inputs == core_->inputCount) return;
     Flush();
-    core_->inputCount = std::clamp(inputs, 0, kMaxChannels);
+    core_->inputCount = inputs;
     dialogue_->Configure(core_->rate, core_->Processed(), core_->layout);
 }
 

@@ -82,7 +82,6 @@ IPlugVST::IPlugVST(vst::HostCallback host, int numParams, int numPresets, std::v
   mOutPins.assign(size_t(maxOut), nullptr);
   mInPtrs.assign(size_t(maxIn), nullptr);
   mOutPtrs.assign(size_t(maxOut), nullptr);
-  mOutSilence.assign(size_t(maxOut), PinSilence{});
   mInScratch.assign(size_t(maxIn), std::vector<double>(kScratchFrames, 0.0));
   mOutScratch.assign(size_t(maxOut), std::vector<double>(kScratchFrames, 0.0));
   mSilence.assign(kScratchFrames, 0.0);
@@ -324,8 +323,6 @@ intptr_t IPlugVST::SetSpeakerArrangement(const vst::VstSpeakerArrangement* in,
   if (!accepted) return 0;
   for (int i = 0; i < NInputPins(); ++i) mInConnected[size_t(i)] = i < nIn ? 1 : 0;
   for (int i = 0; i < NOutputPins(); ++i) mOutConnected[size_t(i)] = i < nOut ? 1 : 0;
-  // A pin connected until now holds audio of ours: it needs silence again.
-  mOutSilence.assign(mOutSilence.size(), PinSilence{});
   UpdateArrangements();
   OnChannelConfigChanged();
   return 1;
@@ -423,16 +420,6 @@ void IPlugVST::PointPins(double* const* hostInputs, double* const* hostOutputs) 
   }
 }
 
-bool IPlugVST::SilenceNeeded(int pin, const void* buffer, int frames) {
-  // A host buffer of an unconnected pin gets silence once; it is left alone
-  // for as long as the host hands the same buffer and length again.
-  PinSilence& s = mOutSilence[size_t(pin)];
-  if (s.buffer == buffer && s.frames == frames) return false;
-  s.buffer = buffer;
-  s.frames = frames;
-  return true;
-}
-
 void IPlugVST::ProcessFloat(float** inputs, float** outputs, int32_t frames, bool accumulate) {
   SpinLockGuard guard(Lock());
   WantMidi();
@@ -453,8 +440,8 @@ void IPlugVST::ProcessFloat(float** inputs, float** outputs, int32_t frames, boo
     float* dst = outputs ? outputs[o] : nullptr;
     if (!dst) continue;
     if (!mOutConnected[size_t(o)]) {
-      // Pins the host did not connect get silence, never stale data.
-      if (!accumulate && SilenceNeeded(o, dst, frames)) std::fill(dst, dst + frames, 0.0f);
+      // Pins the host did not connect still get silence, never stale data.
+      if (!accumulate) std::fill(dst, dst + frames, 0.0f);
       continue;
     }
     const double* src = mOutScratch[size_t(o)].data();
@@ -475,7 +462,7 @@ void IPlugVST::ProcessDouble(double** inputs, double** outputs, int32_t frames) 
   RunProcessBlock(frames);
   for (int o = 0; o < NOutputPins(); ++o) {
     double* dst = outputs ? outputs[o] : nullptr;
-    if (dst && !mOutConnected[size_t(o)] && SilenceNeeded(o, dst, frames)) std::fill(dst, dst + frames, 0.0);
+    if (dst && !mOutConnected[size_t(o)]) std::fill(dst, dst + frames, 0.0);
   }
 }
 

@@ -78,7 +78,6 @@ class IPlugVST : public IPlugBase {
   void ProcessDouble(double** inputs, double** outputs, int32_t frames);
   void EnsureScratch(int frames);
   void PointPins(double* const* hostInputs, double* const* hostOutputs);
-  bool SilenceNeeded(int pin, const void* buffer, int frames);
   void WantMidi();
   void RunProcessBlock(int frames);
 
@@ -90,12 +89,6 @@ class IPlugVST : public IPlugBase {
   std::vector<uint8_t> mInConnected, mOutConnected;
   std::vector<double*> mInPins, mOutPins;
   std::vector<double*> mInPtrs, mOutPtrs;  // the float path's converted buffers, null for no audio
-  // The host buffer of an unconnected output last given silence, and its length.
-  struct PinSilence {
-    const void* buffer = nullptr;
-    int frames = -1;
-  };
-  std::vector<PinSilence> mOutSilence;
   std::vector<std::vector<double>> mInScratch, mOutScratch;
   std::vector<double> mSilence, mDiscard;
   SpeakerArrangement24 mInArrangement{}, mOutArrangement{};

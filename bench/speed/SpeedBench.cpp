@@ -314,13 +314,15 @@ int main(int argc, char** argv) {
   const std::string beforePlugin = Arg(argc, argv, "--before-plugin", "");
   const int rounds = std::max(1, std::atoi(Arg(argc, argv, "--rounds", "5").c_str()));
   std::string wav = Arg(argc, argv, "--wav", "");
+  const std::string sections = Arg(argc, argv, "--sections", "1234");
+  auto section = [&](char c) { return sections.find(c) != std::string::npos; };
   const std::string self = argv[0];
   std::printf("Velorum speed against libebur128 %d.%d.%d and FFmpeg, CPU time, median of %d rounds\n",
               EBUR128_VERSION_MAJOR, EBUR128_VERSION_MINOR, EBUR128_VERSION_PATCH, rounds);
 
   char tmpl[] = "/tmp/velorum-speed-XXXXXX";
   const std::string dir = mkdtemp(tmpl) ? tmpl : "/tmp";
-  if (wav.empty()) {
+  if (wav.empty() && (section('1') || section('3'))) {
     wav = dir + "/programme.wav";
     WriteWav24(wav, Programme(2, 48000.0, 600.0, 1), 48000);
   }
@@ -340,7 +342,7 @@ int main(int argc, char** argv) {
   std::vector<std::string> ffNoPeak = ffPeak;
   ffNoPeak[7] = "ebur128=framelog=verbose";
   std::vector<double> ours, before, lib, libNoPeak, ff, ffNo, decode;
-  for (int r = 0; r < rounds; ++r) {
+  for (int r = 0; r < rounds && (section('1') || section('3')); ++r) {
     ours.push_back(ChildCpu({velorum, "analyze", wav}));
     if (!beforeVelorum.empty()) before.push_back(ChildCpu({beforeVelorum, "analyze", wav}));
     lib.push_back(ChildCpu({self, "--ebur128-file", wav}));
@@ -349,73 +351,85 @@ int main(int argc, char** argv) {
     ffNo.push_back(ChildCpu(ffNoPeak));
     decode.push_back(DecodeCpu(wav));
   }
-  std::printf("\n1. velorum analyze, 10-min 24-bit stereo 48 kHz WAV (CPU s)      velorum       peer\n");
-  Row("against libebur128 (same decoder, true peak)", Median(ours), Median(lib), "s");
-  Row("against FFmpeg ebur128=peak=true", Median(ours), Median(ff), "s");
-  if (!before.empty()) {
-    Row("earlier build against libebur128", Median(before), Median(lib), "s");
-    Row("earlier build against FFmpeg", Median(before), Median(ff), "s");
-    Row("this build against the earlier one", Median(ours), Median(before), "s");
+  if (section('1')) {
+    std::printf("\n1. velorum analyze, 10-min 24-bit stereo 48 kHz WAV (CPU s)      velorum       peer\n");
+    Row("against libebur128 (same decoder, true peak)", Median(ours), Median(lib), "s");
+    Row("against FFmpeg ebur128=peak=true", Median(ours), Median(ff), "s");
+    if (!before.empty()) {
+      Row("earlier build against libebur128", Median(before), Median(lib), "s");
+      Row("earlier build against FFmpeg", Median(before), Median(ff), "s");
+      Row("this build against the earlier one", Median(ours), Median(before), "s");
+    }
   }
 
   // 2. The true-peak kernel.
-  std::printf("\n2. true-peak detection, ns per sample and channel              velorum       peer\n");
   const double frames = 600.0 * 48000.0;
-  const double ffTp = (Median(ff) - Median(ffNo)) / (2.0 * frames) * 1e9;
-  const double libTp = (Median(lib) - Median(libNoPeak)) / (2.0 * frames) * 1e9;
-  for (velorum::CodePath path : {velorum::CodePath::Scalar, velorum::CodePath::Sse2, velorum::CodePath::Avx2,
-                                 velorum::CodePath::Avx512}) {
-    if (!velorum::CodePathSupported(path)) continue;
-    const KernelFigures f = TruePeakKernel(rounds, path, false);
-    const std::string what = std::string(velorum::CodePathName(path)) + " kernel against libebur128's share";
-    Row(what.c_str(), f.velorum, f.ebur128, "ns");
-    if (path == velorum::BestCodePath()) {
-      Row("  the same against FFmpeg's share (whole file)", f.velorum, ffTp, "ns");
-      const KernelFigures e = TruePeakKernel(rounds, path, true);
-      Row("  eco (short filter) against libebur128's share", e.velorum, e.ebur128, "ns");
+  if (section('2')) {
+    std::printf("\n2. true-peak detection, ns per sample and channel              velorum       peer\n");
+    const double ffTp = (Median(ff) - Median(ffNo)) / (2.0 * frames) * 1e9;
+    const double libTp = (Median(lib) - Median(libNoPeak)) / (2.0 * frames) * 1e9;
+    for (velorum::CodePath path : {velorum::CodePath::Scalar, velorum::CodePath::Sse2,
+                                   velorum::CodePath::Avx2, velorum::CodePath::Avx512}) {
+      if (!velorum::CodePathSupported(path)) continue;
+      const KernelFigures f = TruePeakKernel(rounds, path, false);
+      const std::string what =
+          std::string(velorum::CodePathName(path)) + " kernel against libebur128's share";
+      Row(what.c_str(), f.velorum, f.ebur128, "ns");
+      if (path == velorum::BestCodePath()) {
+        if (section('1')) Row("  the same against FFmpeg's share (whole file)", f.velorum, ffTp, "ns");
+        const KernelFigures e = TruePeakKernel(rounds, path, true);
+        Row("  eco (short filter) against libebur128's share", e.velorum, e.ebur128, "ns");
+      }
     }
+    if (section('1')) std::printf("  (libebur128's share in its file tool: %.2f ns)\n", libTp);
   }
-  std::printf("  (libebur128's share in its file tool: %.2f ns)\n", libTp);
 
   // 3. The floor.
-  const double peak = PeakMacRate();
-  const velorum::TruePeakTable& t = velorum::LongTruePeakTable();
-  const int phasesSummed = t.delayPhase >= 0 ? 3 : 4;
-  // True peak: taps per summed phase, one product for a delay phase; K-weighting: ten products.
-  const double macs = phasesSummed * t.taps + (t.delayPhase >= 0 ? 1 : 0) + 10;
-  const double floor = Median(decode) + 2.0 * frames * macs / peak;
-  std::printf("\n3. floor: decode %.3f s + %.0f multiply-adds per sample and channel at %.1f G/s = %.3f s\n",
-              Median(decode), macs, peak * 1e-9, floor);
-  Row("velorum analyze against the floor", Median(ours), floor, "s");
+  if (section('3')) {
+    const double peak = PeakMacRate();
+    const velorum::TruePeakTable& t = velorum::LongTruePeakTable();
+    const int phasesSummed = t.delayPhase >= 0 ? 3 : 4;
+    // True peak: taps per summed phase, one product for a delay phase; K-weighting: ten products.
+    const double macs = phasesSummed * t.taps + (t.delayPhase >= 0 ? 1 : 0) + 10;
+    const double floor = Median(decode) + 2.0 * frames * macs / peak;
+    std::printf(
+        "\n3. floor: decode %.3f s + %.0f multiply-adds per sample and channel at %.1f G/s = %.3f s\n",
+        Median(decode), macs, peak * 1e-9, floor);
+    Row("velorum analyze against the floor", Median(ours), floor, "s");
+  }
 
   // 4. The plug-in per block.
-  std::printf("\n4. plug-in through the test host, 48 kHz, 512 frames (us per block)  velorum  libebur128\n");
-  std::string error;
-  auto module = velorum::harness::PluginModule::Load(plugin, &error);
-  std::unique_ptr<velorum::harness::PluginModule> beforeModule;
-  if (!beforePlugin.empty()) beforeModule = velorum::harness::PluginModule::Load(beforePlugin, &error);
-  if (!module) {
-    std::printf("  cannot load %s: %s\n", plugin.c_str(), error.c_str());
-    return 1;
-  }
-  const double blockSeconds = 512.0 / 48000.0;
-  for (int channels : {2, 6}) {
-    const auto audio = Programme(channels, 48000.0, 21.0, 9);
-    std::vector<double> p, b, e;
-    for (int r = 0; r < rounds; ++r) {
-      p.push_back(PluginBlock(*module, audio));
-      if (beforeModule) b.push_back(PluginBlock(*beforeModule, audio));
-      e.push_back(Ebur128Block(audio));
+  if (section('4')) {
+    std::printf(
+        "\n4. plug-in through the test host, 48 kHz, 512 frames (us per block)  velorum  libebur128\n");
+    std::string error;
+    auto module = velorum::harness::PluginModule::Load(plugin, &error);
+    std::unique_ptr<velorum::harness::PluginModule> beforeModule;
+    if (!beforePlugin.empty()) beforeModule = velorum::harness::PluginModule::Load(beforePlugin, &error);
+    if (!module) {
+      std::printf("  cannot load %s: %s\n", plugin.c_str(), error.c_str());
+      return 1;
     }
-    const std::string what = channels == 2 ? "stereo" : "5.1";
-    Row((what + " per block").c_str(), Median(p) * 1e6, Median(e) * 1e6, "us");
-    std::printf("  %-44s %9.3f %% of a core (libebur128 %.3f %%)\n", (what + " share of a core").c_str(),
-                Median(p) / blockSeconds * 100.0, Median(e) / blockSeconds * 100.0);
-    if (beforeModule)
-      std::printf("  %-44s %9.3f %% of a core, this build / earlier %.3f\n",
-                  (what + " earlier build").c_str(), Median(b) / blockSeconds * 100.0, Median(p) / Median(b));
+    const double blockSeconds = 512.0 / 48000.0;
+    for (int channels : {2, 6}) {
+      const auto audio = Programme(channels, 48000.0, 21.0, 9);
+      std::vector<double> p, b, e;
+      for (int r = 0; r < rounds; ++r) {
+        p.push_back(PluginBlock(*module, audio));
+        if (beforeModule) b.push_back(PluginBlock(*beforeModule, audio));
+        e.push_back(Ebur128Block(audio));
+      }
+      const std::string what = channels == 2 ? "stereo" : "5.1";
+      Row((what + " per block").c_str(), Median(p) * 1e6, Median(e) * 1e6, "us");
+      std::printf("  %-44s %9.3f %% of a core (libebur128 %.3f %%)\n", (what + " share of a core").c_str(),
+                  Median(p) / blockSeconds * 100.0, Median(e) / blockSeconds * 100.0);
+      if (beforeModule)
+        std::printf("  %-44s %9.3f %% of a core, this build / earlier %.3f\n",
+                    (what + " earlier build").c_str(), Median(b) / blockSeconds * 100.0,
+                    Median(p) / Median(b));
+    }
   }
-  if (Arg(argc, argv, "--wav", "").empty()) {
+  if (Arg(argc, argv, "--wav", "").empty() && !wav.empty()) {
     std::remove(wav.c_str());
     rmdir(dir.c_str());
   }
