@@ -94,6 +94,15 @@ void SumAvx2Impl(const double* const* power, int channels, int n, double* total)
 // v > peak ? v : peak, lane by lane (a NaN v never wins).
 inline __m256d Larger(__m256d v, __m256d peak) { return _mm256_max_pd(v, peak); }
 
+// One load of the samples of a tap, shared by every phase: the register
+// barrier keeps the compiler from folding the load into each phase's product
+// (three loads of a line-crossing vector instead of one).
+inline __m256d Load(const double* p) {
+    __m256d x = _mm256_loadu_pd(p);
+    __asm__("" : "+v"(x));
+    return x;
+}
+
 // P phases of the four outputs whose windows start at u .. u + 3, the table
 // given per phase (tap k of phase p at tp[p][4k]): four partial sums over taps
 // k = q (mod 4), (s0 + s1) + (s2 + s3), like every variant.
@@ -102,7 +111,7 @@ inline __m256d Peaks(const double* const (&tp)[P], const double* u, __m256d best
     __m256d s[P][4];
 #pragma GCC unroll 4
     for (int q = 0; q < 4; ++q) {
-        const __m256d x = _mm256_loadu_pd(u + q);
+        __m256d x = Load(u + q);
 #pragma GCC unroll 4
         for (int p = 0; p < P; ++p) s[p][q] = _mm256_mul_pd(_mm256_broadcast_sd(tp[p] + 4 * q), x);
     }
@@ -111,7 +120,7 @@ inline __m256d Peaks(const double* const (&tp)[P], const double* u, __m256d best
     for (; k + 4 <= N; k += 4) {
 #pragma GCC unroll 4
         for (int q = 0; q < 4; ++q) {
-            const __m256d x = _mm256_loadu_pd(u + k + q);
+            __m256d x = Load(u + k + q);
 #pragma GCC unroll 4
             for (int p = 0; p < P; ++p)
                 s[p][q] = _mm256_add_pd(s[p][q], _mm256_mul_pd(_mm256_broadcast_sd(tp[p] + 4 * (k + q)), x));
@@ -120,7 +129,7 @@ inline __m256d Peaks(const double* const (&tp)[P], const double* u, __m256d best
 #pragma GCC unroll 3
     for (int q = 0; q < 3; ++q) {
         if (k + q >= N) break;
-        const __m256d x = _mm256_loadu_pd(u + k + q);
+        __m256d x = Load(u + k + q);
 #pragma GCC unroll 4
         for (int p = 0; p < P; ++p)
             s[p][q] = _mm256_add_pd(s[p][q], _mm256_mul_pd(_mm256_broadcast_sd(tp[p] + 4 * (k + q)), x));

@@ -23,6 +23,15 @@ inline __m512d Abs8(__m512d v) { return _mm512_abs_pd(v); }
 // v > peak ? v : peak, lane by lane (a NaN v never wins).
 inline __m512d Larger(__m512d v, __m512d peak) { return _mm512_max_pd(v, peak); }
 
+// One load of the samples of a tap, shared by every phase: the register
+// barrier keeps the compiler from folding the load into each phase's product
+// (three loads of a line-crossing vector instead of one).
+inline __m512d Load(const double* p) {
+    __m512d x = _mm512_loadu_pd(p);
+    __asm__("" : "+v"(x));
+    return x;
+}
+
 // P phases of the eight outputs whose windows start at u .. u + 7 (tap k of
 // phase p at tp[p][4k]).
 template <int P, int N>
@@ -30,7 +39,7 @@ inline __m512d Peaks(const double* const (&tp)[P], const double* u, __m512d best
     __m512d s[P][4];
 #pragma GCC unroll 4
     for (int q = 0; q < 4; ++q) {
-        const __m512d x = _mm512_loadu_pd(u + q);
+        __m512d x = Load(u + q);
 #pragma GCC unroll 4
         for (int p = 0; p < P; ++p) s[p][q] = _mm512_mul_pd(_mm512_set1_pd(tp[p][4 * q]), x);
     }
@@ -39,7 +48,7 @@ inline __m512d Peaks(const double* const (&tp)[P], const double* u, __m512d best
     for (; k + 4 <= N; k += 4) {
 #pragma GCC unroll 4
         for (int q = 0; q < 4; ++q) {
-            const __m512d x = _mm512_loadu_pd(u + k + q);
+            __m512d x = Load(u + k + q);
 #pragma GCC unroll 4
             for (int p = 0; p < P; ++p)
                 s[p][q] = _mm512_add_pd(s[p][q], _mm512_mul_pd(_mm512_set1_pd(tp[p][4 * (k + q)]), x));
@@ -48,7 +57,7 @@ inline __m512d Peaks(const double* const (&tp)[P], const double* u, __m512d best
 #pragma GCC unroll 3
     for (int q = 0; q < 3; ++q) {
         if (k + q >= N) break;
-        const __m512d x = _mm512_loadu_pd(u + k + q);
+        __m512d x = Load(u + k + q);
 #pragma GCC unroll 4
         for (int p = 0; p < P; ++p)
             s[p][q] = _mm512_add_pd(s[p][q], _mm512_mul_pd(_mm512_set1_pd(tp[p][4 * (k + q)]), x));
