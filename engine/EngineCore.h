@@ -55,7 +55,7 @@ struct EngineCore {
     // Signal chain.
     std::array<KWeightingFilter, kMaxChannels> filters{};
     KWeightingBank bank{};
-    std::array<TruePeakRing, kMaxChannels> rings{};
+    std::array<TruePeakHistory, kMaxChannels> peakHistory{};
     SlidingWindow momentary;
     SlidingWindow shortTerm;
     std::array<double, kPeakWindowSteps> peakWindow{};

@@ -1,6 +1,57 @@
 #include "engine/Kernels.h"
 
+#include <cmath>
+
+#include "engine/TruePeakFilter.h"
+
 namespace velorum {
+
+namespace {
+
+// A table as the kernels take it, with the pure-delay phase found from the
+// coefficients: every tap but one below 1e-15 and all of them together
+// clearly below 1 in magnitude, so that even with rounding the phase's output
+// stays below the largest sample of its window.
+struct KernelTable {
+    alignas(64) double pairs[2 * kLongTruePeakTaps];
+    TruePeakTable table;
+
+    KernelTable(const double* tapMajor, int taps) {
+        for (int i = 0; i < 4 * taps; ++i) pairs[2 * i] = pairs[2 * i + 1] = tapMajor[i];
+        table.tapMajor = tapMajor;
+        table.pairs = pairs;
+        table.taps = taps;
+        for (int p = 0; p < kTruePeakPhases && table.delayPhase < 0; ++p) {
+            double sum = 0.0;
+            int centre = 0, heavy = 0;
+            for (int k = 0; k < taps; ++k) {
+                const double c = std::fabs(tapMajor[4 * k + p]);
+                sum += c;
+                if (c >= 1e-15) {
+                    centre = k;
+                    ++heavy;
+                }
+            }
+            if (heavy == 1 && sum <= 1.0 - 1e-6) {
+                table.delayPhase = p;
+                table.delayTap = centre;
+                table.delayGain = tapMajor[4 * centre + p];
+            }
+        }
+    }
+};
+
+}  // namespace
+
+const TruePeakTable& LongTruePeakTable() {
+    static const KernelTable t(TruePeakFilterTables().longTapMajor, kLongTapsPerPhase);
+    return t.table;
+}
+
+const TruePeakTable& ShortTruePeakTable() {
+    static const KernelTable t(TruePeakFilterTables().shortTapMajor, kShortTapsPerPhase);
+    return t.table;
+}
 
 bool CodePathSupported(CodePath path) {
     switch (path) {
@@ -52,15 +103,12 @@ const KernelSet& Kernels(CodePath path) {
 #else
             return kernels::kSse2;
 #endif
-        case CodePath::Avx512: {
+        case CodePath::Avx512:
 #if defined(__x86_64__) || defined(_M_X64)
-            static const KernelSet avx512{kernels::kAvx2.kWeight, kernels::kAvx2.sumPowers,
-                                          kernels::kTruePeakAvx512};
-            return avx512;
+            return kernels::kAvx512;
 #else
             return kernels::kSse2;
 #endif
-        }
     }
     return kernels::kScalar;
 }

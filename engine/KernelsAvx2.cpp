@@ -1,23 +1,17 @@
 // Four-wide variant (AVX2, chosen at run time): four channels per register in
-// the K-weighting, the four phases of one sample per register in the
+// the K-weighting, four consecutive output samples per register in the
 // true-peak filter. Built with -mavx2 but without FMA so that it rounds
 // exactly like the other variants.
 #include <immintrin.h>
 
-#include <cfloat>
-
 #include "engine/Kernels.h"
+#include "engine/TruePeakFilter.h"
 
 namespace velorum::kernels {
 
 namespace {
 
 inline __m256d Abs4(__m256d v) { return _mm256_andnot_pd(_mm256_set1_pd(-0.0), v); }
-
-inline __m256d Flush4(__m256d y) {
-    const __m256d tiny = _mm256_cmp_pd(Abs4(y), _mm256_set1_pd(DBL_MIN), _CMP_LT_OQ);
-    return _mm256_andnot_pd(tiny, y);
-}
 
 void KWeightQuad(KWeightingBank& k, const double* const* x, int c, int n, double* const* power) {
     __m256d x1a = _mm256_load_pd(k.x1a + c), x2a = _mm256_load_pd(k.x2a + c);
@@ -44,7 +38,7 @@ void KWeightQuad(KWeightingBank& k, const double* const* x, int c, int n, double
         __m256d ya = _mm256_add_pd(_mm256_mul_pd(b0a, xi), _mm256_mul_pd(b1a, x1a));
         ya = _mm256_add_pd(ya, _mm256_mul_pd(b2a, x2a));
         ya = _mm256_sub_pd(ya, _mm256_mul_pd(a2a, y2a));
-        ya = Flush4(_mm256_sub_pd(ya, _mm256_mul_pd(a1a, y1a)));
+        ya = _mm256_sub_pd(ya, _mm256_mul_pd(a1a, y1a));
         x2a = x1a;
         x1a = xi;
         y2a = y1a;
@@ -52,7 +46,7 @@ void KWeightQuad(KWeightingBank& k, const double* const* x, int c, int n, double
         __m256d yb = _mm256_add_pd(_mm256_mul_pd(b0b, ya), _mm256_mul_pd(b1b, x1b));
         yb = _mm256_add_pd(yb, _mm256_mul_pd(b2b, x2b));
         yb = _mm256_sub_pd(yb, _mm256_mul_pd(a2b, y2b));
-        yb = Flush4(_mm256_sub_pd(yb, _mm256_mul_pd(a1b, y1b)));
+        yb = _mm256_sub_pd(yb, _mm256_mul_pd(a1b, y1b));
         x2b = x1b;
         x1b = ya;
         y2b = y1b;
@@ -72,6 +66,8 @@ void KWeightQuad(KWeightingBank& k, const double* const* x, int c, int n, double
     _mm256_store_pd(k.y1b + c, y1b), _mm256_store_pd(k.y2b + c, y2b);
 }
 
+}  // namespace
+
 void KWeightAvx2(KWeightingBank& k, const double* const* x, int channels, int n, double* const* power) {
     int c = 0;
     for (; c + 4 <= channels; c += 4) KWeightQuad(k, x, c, n, power);
@@ -79,7 +75,9 @@ void KWeightAvx2(KWeightingBank& k, const double* const* x, int channels, int n,
     KWeightChannels(k, x, c, channels, n, power);
 }
 
-void SumAvx2(const double* const* power, int channels, int n, double* total) {
+namespace {
+
+void SumAvx2Impl(const double* const* power, int channels, int n, double* total) {
     int i = 0;
     for (; i + 4 <= n; i += 4) {
         __m256d s = _mm256_setzero_pd();
@@ -96,97 +94,103 @@ void SumAvx2(const double* const* power, int channels, int n, double* total) {
 // v > peak ? v : peak, lane by lane (a NaN v never wins).
 inline __m256d Larger(__m256d v, __m256d peak) { return _mm256_max_pd(v, peak); }
 
-inline void Push(TruePeakRing& r, int& w, double v) {
-    w = (w + 1) & (TruePeakRing::kSlots - 1);
-    r.samples[w] = v;
-    r.samples[w + TruePeakRing::kSlots] = v;
-    if (w == 0) r.samples[2 * TruePeakRing::kSlots] = v;
+// One load of the samples of a tap, shared by every phase: the register
+// barrier keeps the compiler from folding the load into each phase's product
+// (three loads of a line-crossing vector instead of one).
+inline __m256d Load(const double* p) {
+    __m256d x = _mm256_loadu_pd(p);
+    __asm__("" : "+v"(x));
+    return x;
 }
 
-// All four phases of a sample in one register, summed like the scalar
-// variant: four partial sums over taps k = q (mod 4), (s0 + s1) + (s2 + s3).
-#define VELORUM_TAP(acc, k, win) acc = _mm256_add_pd(acc, _mm256_mul_pd(_mm256_load_pd(t + 4 * (k)), _mm256_broadcast_sd(win + (k))))
-
-inline __m256d Phases(const double* t, const double* u, int taps) {
-    __m256d s0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(u));
-    __m256d s1 = _mm256_mul_pd(_mm256_load_pd(t + 4), _mm256_broadcast_sd(u + 1));
-    __m256d s2 = _mm256_mul_pd(_mm256_load_pd(t + 8), _mm256_broadcast_sd(u + 2));
-    __m256d s3 = _mm256_mul_pd(_mm256_load_pd(t + 12), _mm256_broadcast_sd(u + 3));
+// P phases of the four outputs whose windows start at u .. u + 3, the table
+// given per phase (tap k of phase p at tp[p][4k]): four partial sums over taps
+// k = q (mod 4), (s0 + s1) + (s2 + s3), like every variant.
+template <int P, int N>
+inline __m256d Peaks(const double* const (&tp)[P], const double* u, __m256d best) {
+    __m256d s[P][4];
+#pragma GCC unroll 4
+    for (int q = 0; q < 4; ++q) {
+        __m256d x = Load(u + q);
+#pragma GCC unroll 4
+        for (int p = 0; p < P; ++p) s[p][q] = _mm256_mul_pd(_mm256_broadcast_sd(tp[p] + 4 * q), x);
+    }
     int k = 4;
-    for (; k + 4 <= taps; k += 4) {
-        VELORUM_TAP(s0, k, u);
-        VELORUM_TAP(s1, k + 1, u);
-        VELORUM_TAP(s2, k + 2, u);
-        VELORUM_TAP(s3, k + 3, u);
+#pragma GCC unroll 8
+    for (; k + 4 <= N; k += 4) {
+#pragma GCC unroll 4
+        for (int q = 0; q < 4; ++q) {
+            __m256d x = Load(u + k + q);
+#pragma GCC unroll 4
+            for (int p = 0; p < P; ++p)
+                s[p][q] = _mm256_add_pd(s[p][q], _mm256_mul_pd(_mm256_broadcast_sd(tp[p] + 4 * (k + q)), x));
+        }
     }
-    if (k < taps) VELORUM_TAP(s0, k, u);
-    if (k + 1 < taps) VELORUM_TAP(s1, k + 1, u);
-    if (k + 2 < taps) VELORUM_TAP(s2, k + 2, u);
-    return _mm256_add_pd(_mm256_add_pd(s0, s1), _mm256_add_pd(s2, s3));
+#pragma GCC unroll 3
+    for (int q = 0; q < 3; ++q) {
+        if (k + q >= N) break;
+        __m256d x = Load(u + k + q);
+#pragma GCC unroll 4
+        for (int p = 0; p < P; ++p)
+            s[p][q] = _mm256_add_pd(s[p][q], _mm256_mul_pd(_mm256_broadcast_sd(tp[p] + 4 * (k + q)), x));
+    }
+#pragma GCC unroll 4
+    for (int p = 0; p < P; ++p)
+        best = Larger(Abs4(_mm256_add_pd(_mm256_add_pd(s[p][0], s[p][1]), _mm256_add_pd(s[p][2], s[p][3]))), best);
+    return best;
 }
 
-double TruePeakAvx2(const double* t, int taps, TruePeakRing& r, const double* x, int n, double peak) {
-    int w = r.write;
+template <int N>
+double Span(const TruePeakTable& t, const double* w, int m, double peak) {
+    if (m < 4) return TruePeakSpanSse2(t, w, m, peak);
     __m256d best = _mm256_set1_pd(peak);
-    int i = 0;
-    for (; i + 2 <= n; i += 2) {
-        // Two samples in flight; the second one's write never reaches a slot
-        // inside the first one's window (the ring holds 64).
-        Push(r, w, x[i]);
-        const double* u = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        Push(r, w, x[i + 1]);
-        const double* v = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        __m256d a0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(u));
-        __m256d a1 = _mm256_mul_pd(_mm256_load_pd(t + 4), _mm256_broadcast_sd(u + 1));
-        __m256d a2 = _mm256_mul_pd(_mm256_load_pd(t + 8), _mm256_broadcast_sd(u + 2));
-        __m256d a3 = _mm256_mul_pd(_mm256_load_pd(t + 12), _mm256_broadcast_sd(u + 3));
-        __m256d b0 = _mm256_mul_pd(_mm256_load_pd(t), _mm256_broadcast_sd(v));
-        __m256d b1 = _mm256_mul_pd(_mm256_load_pd(t + 4), _mm256_broadcast_sd(v + 1));
-        __m256d b2 = _mm256_mul_pd(_mm256_load_pd(t + 8), _mm256_broadcast_sd(v + 2));
-        __m256d b3 = _mm256_mul_pd(_mm256_load_pd(t + 12), _mm256_broadcast_sd(v + 3));
-        int k = 4;
-        for (; k + 4 <= taps; k += 4) {
-            VELORUM_TAP(a0, k, u);
-            VELORUM_TAP(b0, k, v);
-            VELORUM_TAP(a1, k + 1, u);
-            VELORUM_TAP(b1, k + 1, v);
-            VELORUM_TAP(a2, k + 2, u);
-            VELORUM_TAP(b2, k + 2, v);
-            VELORUM_TAP(a3, k + 3, u);
-            VELORUM_TAP(b3, k + 3, v);
+    const __m256d gain = _mm256_set1_pd(t.delayGain);
+    if (t.delayPhase >= 0) {
+        const double* tp[3];
+        for (int p = 0, i = 0; p < 4; ++p)
+            if (p != t.delayPhase) tp[i++] = t.tapMajor + p;
+        for (int j = 0;; j += 4) {
+            if (j > m - 4) j = m - 4;  // the last group may repeat outputs: the peak is the same
+            const double* u = w + j + 1 - N;
+            best = Peaks<3, N>(tp, u, best);
+            best = Larger(Abs4(_mm256_mul_pd(gain, _mm256_loadu_pd(u + t.delayTap))), best);
+            best = Larger(Abs4(_mm256_loadu_pd(w + j)), best);
+            if (j == m - 4) break;
         }
-        if (k < taps) {
-            VELORUM_TAP(a0, k, u);
-            VELORUM_TAP(b0, k, v);
+    } else {
+        const double* lo[2] = {t.tapMajor, t.tapMajor + 1};
+        const double* hi[2] = {t.tapMajor + 2, t.tapMajor + 3};
+        for (int j = 0;; j += 4) {
+            if (j > m - 4) j = m - 4;
+            const double* u = w + j + 1 - N;
+            best = Peaks<2, N>(lo, u, best);
+            best = Peaks<2, N>(hi, u, best);
+            best = Larger(Abs4(_mm256_loadu_pd(w + j)), best);
+            if (j == m - 4) break;
         }
-        if (k + 1 < taps) {
-            VELORUM_TAP(a1, k + 1, u);
-            VELORUM_TAP(b1, k + 1, v);
-        }
-        if (k + 2 < taps) {
-            VELORUM_TAP(a2, k + 2, u);
-            VELORUM_TAP(b2, k + 2, v);
-        }
-        best = Larger(Abs4(_mm256_add_pd(_mm256_add_pd(a0, a1), _mm256_add_pd(a2, a3))), best);
-        best = Larger(Abs4(_mm256_add_pd(_mm256_add_pd(b0, b1), _mm256_add_pd(b2, b3))), best);
-        best = Larger(Abs4(_mm256_set_pd(x[i + 1], x[i], x[i + 1], x[i])), best);
     }
-    for (; i < n; ++i) {
-        Push(r, w, x[i]);
-        best = Larger(Abs4(Phases(t, r.samples + w + TruePeakRing::kSlots + 1 - taps, taps)), best);
-        best = Larger(Abs4(_mm256_set1_pd(x[i])), best);
-    }
-    r.write = w;
     alignas(32) double lanes[4];
     _mm256_store_pd(lanes, best);
-    double m = lanes[0];
-    for (int l = 1; l < 4; ++l) m = lanes[l] > m ? lanes[l] : m;
-    return m;
+    double r = lanes[0];
+    for (int l = 1; l < 4; ++l) r = lanes[l] > r ? lanes[l] : r;
+    return r;
 }
 
-#undef VELORUM_TAP
+double TruePeakAvx2(const TruePeakTable& t, TruePeakHistory& h, const double* x, int n, double peak) {
+    return RunTruePeak(TruePeakSpanAvx2, t, h, x, n, peak);
+}
 
 }  // namespace
+
+void SumAvx2(const double* const* power, int channels, int n, double* total) {
+    SumAvx2Impl(power, channels, n, total);
+}
+
+double TruePeakSpanAvx2(const TruePeakTable& t, const double* w, int m, double peak) {
+    if (t.taps == kLongTapsPerPhase) return Span<kLongTapsPerPhase>(t, w, m, peak);
+    if (t.taps == kShortTapsPerPhase) return Span<kShortTapsPerPhase>(t, w, m, peak);
+    return TruePeakSpanSse2(t, w, m, peak);
+}
 
 const KernelSet kAvx2{KWeightAvx2, SumAvx2, TruePeakAvx2};
 

@@ -1,5 +1,5 @@
 // Plain C++ variant of the hot loops; the reference for the vector ones.
-#include <cfloat>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -18,19 +18,9 @@ void KWeightingBank::ClearState() {
     std::memset(y2b, 0, sizeof y2b);
 }
 
-void TruePeakRing::Clear() {
-    std::memset(samples, 0, sizeof samples);
-    write = -1;
-}
+void TruePeakHistory::Clear() { std::memset(samples, 0, sizeof samples); }
 
 namespace kernels {
-
-namespace {
-
-// Exactly 0.0 when the biased exponent is zero (zero or denormal).
-inline double Flush(double y) { return std::fabs(y) < DBL_MIN ? 0.0 : y; }
-
-}  // namespace
 
 void KWeightChannels(KWeightingBank& k, const double* const* x, int first, int last, int n, double* const* power) {
     for (int c = first; c < last; ++c) {
@@ -43,12 +33,12 @@ void KWeightChannels(KWeightingBank& k, const double* const* x, int first, int l
         double* out = power[c];
         for (int i = 0; i < n; ++i) {
             const double xi = in[i];
-            const double ya = Flush(((((b0a * xi + b1a * x1a) + b2a * x2a) - a2a * y2a) - a1a * y1a));
+            const double ya = (((b0a * xi + b1a * x1a) + b2a * x2a) - a2a * y2a) - a1a * y1a;
             x2a = x1a;
             x1a = xi;
             y2a = y1a;
             y1a = ya;
-            const double yb = Flush(((((b0b * ya + b1b * x1b) + b2b * x2b) - a2b * y2b) - a1b * y1b));
+            const double yb = (((b0b * ya + b1b * x1b) + b2b * x2b) - a2b * y2b) - a1b * y1b;
             x2b = x1b;
             x1b = ya;
             y2b = y1b;
@@ -75,41 +65,60 @@ void SumScalar(const double* const* power, int channels, int n, double* total) {
 
 inline double Larger(double v, double peak) { return v > peak ? v : peak; }
 
-// One phase: four partial sums over the taps k = q (mod 4), each in
-// ascending k from its first product, combined as (s0 + s1) + (s2 + s3).
-// Every variant sums in exactly this order.
-inline double Phase(const double* t, int p, const double* win, int taps) {
-    double s0 = t[0 + p] * win[0], s1 = t[4 + p] * win[1], s2 = t[8 + p] * win[2], s3 = t[12 + p] * win[3];
+// One phase of the output whose window starts at u, in the common order.
+inline double Phase(const double* t, int p, const double* u, int taps) {
+    double s0 = t[0 + p] * u[0], s1 = t[4 + p] * u[1], s2 = t[8 + p] * u[2], s3 = t[12 + p] * u[3];
     int k = 4;
     for (; k + 4 <= taps; k += 4) {
-        s0 = s0 + t[4 * k + p] * win[k];
-        s1 = s1 + t[4 * (k + 1) + p] * win[k + 1];
-        s2 = s2 + t[4 * (k + 2) + p] * win[k + 2];
-        s3 = s3 + t[4 * (k + 3) + p] * win[k + 3];
+        s0 = s0 + t[4 * k + p] * u[k];
+        s1 = s1 + t[4 * (k + 1) + p] * u[k + 1];
+        s2 = s2 + t[4 * (k + 2) + p] * u[k + 2];
+        s3 = s3 + t[4 * (k + 3) + p] * u[k + 3];
     }
-    if (k < taps) s0 = s0 + t[4 * k + p] * win[k];
-    if (k + 1 < taps) s1 = s1 + t[4 * (k + 1) + p] * win[k + 1];
-    if (k + 2 < taps) s2 = s2 + t[4 * (k + 2) + p] * win[k + 2];
+    if (k < taps) s0 = s0 + t[4 * k + p] * u[k];
+    if (k + 1 < taps) s1 = s1 + t[4 * (k + 1) + p] * u[k + 1];
+    if (k + 2 < taps) s2 = s2 + t[4 * (k + 2) + p] * u[k + 2];
     return (s0 + s1) + (s2 + s3);
 }
 
-double TruePeakScalar(const double* t, int taps, TruePeakRing& r, const double* x, int n, double peak) {
-    int w = r.write;
-    for (int i = 0; i < n; ++i) {
-        const double xi = x[i];
-        w = (w + 1) & (TruePeakRing::kSlots - 1);
-        r.samples[w] = xi;
-        r.samples[w + TruePeakRing::kSlots] = xi;
-        if (w == 0) r.samples[2 * TruePeakRing::kSlots] = xi;
-        const double* win = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        for (int p = 0; p < 4; ++p) peak = Larger(std::fabs(Phase(t, p, win, taps)), peak);
-        peak = Larger(std::fabs(xi), peak);
-    }
-    r.write = w;
-    return peak;
+double TruePeakScalar(const TruePeakTable& t, TruePeakHistory& h, const double* x, int n, double peak) {
+    return RunTruePeak(TruePeakSpanScalar, t, h, x, n, peak);
 }
 
 }  // namespace
+
+double TruePeakSpanScalar(const TruePeakTable& t, const double* w, int m, double peak) {
+    const int taps = t.taps;
+    for (int j = 0; j < m; ++j) {
+        const double* u = w + j + 1 - taps;
+        for (int p = 0; p < 4; ++p) {
+            if (p == t.delayPhase) continue;
+            peak = Larger(std::fabs(Phase(t.tapMajor, p, u, taps)), peak);
+        }
+        if (t.delayPhase >= 0) peak = Larger(std::fabs(t.delayGain * u[t.delayTap]), peak);
+        peak = Larger(std::fabs(w[j]), peak);
+    }
+    return peak;
+}
+
+double RunTruePeak(TruePeakSpan span, const TruePeakTable& t, TruePeakHistory& h, const double* x, int n,
+                   double peak) {
+    constexpr int kKeep = TruePeakHistory::kKeep;
+    constexpr int kRun = 512;
+    if (n <= 0) return peak;
+    alignas(64) double buffer[kKeep + kRun];
+    std::memcpy(buffer, h.samples, sizeof h.samples);
+    while (n > 0) {
+        const int m = std::min(n, kRun);
+        std::memcpy(buffer + kKeep, x, sizeof(double) * static_cast<std::size_t>(m));
+        peak = span(t, buffer + kKeep, m, peak);
+        std::memmove(buffer, buffer + m, sizeof h.samples);
+        x += m;
+        n -= m;
+    }
+    std::memcpy(h.samples, buffer, sizeof h.samples);
+    return peak;
+}
 
 const KernelSet kScalar{KWeightScalar, SumScalar, TruePeakScalar};
 

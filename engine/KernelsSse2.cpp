@@ -1,23 +1,16 @@
 // Two-wide variant (SSE2, present on every x86-64 CPU): two channels per
-// register in the K-weighting, phases (0,1) and (2,3) per register in the
-// true-peak filter.
+// register in the K-weighting, two consecutive output samples per register in
+// the true-peak filter.
 #include <emmintrin.h>
 
-#include <cfloat>
-
 #include "engine/Kernels.h"
+#include "engine/TruePeakFilter.h"
 
 namespace velorum::kernels {
 
 namespace {
 
 inline __m128d Abs(__m128d v) { return _mm_andnot_pd(_mm_set1_pd(-0.0), v); }
-
-// 0.0 where the exponent is zero (zero or denormal); NaN passes.
-inline __m128d Flush(__m128d y) {
-    const __m128d tiny = _mm_cmplt_pd(Abs(y), _mm_set1_pd(DBL_MIN));
-    return _mm_andnot_pd(tiny, y);
-}
 
 }  // namespace
 
@@ -40,7 +33,7 @@ void KWeightPairSse2(KWeightingBank& k, const double* const* x, int c, int n, do
         __m128d ya = _mm_add_pd(_mm_mul_pd(b0a, xi), _mm_mul_pd(b1a, x1a));
         ya = _mm_add_pd(ya, _mm_mul_pd(b2a, x2a));
         ya = _mm_sub_pd(ya, _mm_mul_pd(a2a, y2a));
-        ya = Flush(_mm_sub_pd(ya, _mm_mul_pd(a1a, y1a)));
+        ya = _mm_sub_pd(ya, _mm_mul_pd(a1a, y1a));
         x2a = x1a;
         x1a = xi;
         y2a = y1a;
@@ -48,7 +41,7 @@ void KWeightPairSse2(KWeightingBank& k, const double* const* x, int c, int n, do
         __m128d yb = _mm_add_pd(_mm_mul_pd(b0b, ya), _mm_mul_pd(b1b, x1b));
         yb = _mm_add_pd(yb, _mm_mul_pd(b2b, x2b));
         yb = _mm_sub_pd(yb, _mm_mul_pd(a2b, y2b));
-        yb = Flush(_mm_sub_pd(yb, _mm_mul_pd(a1b, y1b)));
+        yb = _mm_sub_pd(yb, _mm_mul_pd(a1b, y1b));
         x2b = x1b;
         x1b = ya;
         y2b = y1b;
@@ -62,7 +55,6 @@ void KWeightPairSse2(KWeightingBank& k, const double* const* x, int c, int n, do
     _mm_store_pd(k.y1a + c, y1a), _mm_store_pd(k.y2a + c, y2a);
     _mm_store_pd(k.x1b + c, x1b), _mm_store_pd(k.x2b + c, x2b);
     _mm_store_pd(k.y1b + c, y1b), _mm_store_pd(k.y2b + c, y2b);
-
 }
 
 namespace {
@@ -90,47 +82,94 @@ void SumSse2(const double* const* power, int channels, int n, double* total) {
 // v > peak ? v : peak, lane by lane (a NaN v never wins).
 inline __m128d Larger(__m128d v, __m128d peak) { return _mm_max_pd(v, peak); }
 
-// Phases (0,1) or (2,3) of one sample, with the four partial sums of the
-// scalar variant: taps k = q (mod 4), combined as (s0 + s1) + (s2 + s3).
-inline __m128d Phases(const double* t, const double* win, int taps) {
-    __m128d s0 = _mm_mul_pd(_mm_load_pd(t), _mm_set1_pd(win[0]));
-    __m128d s1 = _mm_mul_pd(_mm_load_pd(t + 4), _mm_set1_pd(win[1]));
-    __m128d s2 = _mm_mul_pd(_mm_load_pd(t + 8), _mm_set1_pd(win[2]));
-    __m128d s3 = _mm_mul_pd(_mm_load_pd(t + 12), _mm_set1_pd(win[3]));
-    int k = 4;
-    for (; k + 4 <= taps; k += 4) {
-        s0 = _mm_add_pd(s0, _mm_mul_pd(_mm_load_pd(t + 4 * k), _mm_set1_pd(win[k])));
-        s1 = _mm_add_pd(s1, _mm_mul_pd(_mm_load_pd(t + 4 * k + 4), _mm_set1_pd(win[k + 1])));
-        s2 = _mm_add_pd(s2, _mm_mul_pd(_mm_load_pd(t + 4 * k + 8), _mm_set1_pd(win[k + 2])));
-        s3 = _mm_add_pd(s3, _mm_mul_pd(_mm_load_pd(t + 4 * k + 12), _mm_set1_pd(win[k + 3])));
+// P phases of the two outputs whose windows start at u and u + 1, the table
+// given per phase (tp[p]: the pair of tap k at tp[p] + 8k): four partial sums
+// over taps k = q (mod 4), (s0 + s1) + (s2 + s3), like every variant.
+template <int P, int N>
+inline void Sums(const double* const (&tp)[P], const double* u, __m128d (&out)[P]) {
+    __m128d s[P][4];
+#pragma GCC unroll 4
+    for (int q = 0; q < 4; ++q) {
+        const __m128d x = _mm_loadu_pd(u + q);
+#pragma GCC unroll 4
+        for (int p = 0; p < P; ++p) s[p][q] = _mm_mul_pd(_mm_load_pd(tp[p] + 8 * q), x);
     }
-    if (k < taps) s0 = _mm_add_pd(s0, _mm_mul_pd(_mm_load_pd(t + 4 * k), _mm_set1_pd(win[k])));
-    if (k + 1 < taps) s1 = _mm_add_pd(s1, _mm_mul_pd(_mm_load_pd(t + 4 * k + 4), _mm_set1_pd(win[k + 1])));
-    if (k + 2 < taps) s2 = _mm_add_pd(s2, _mm_mul_pd(_mm_load_pd(t + 4 * k + 8), _mm_set1_pd(win[k + 2])));
-    return _mm_add_pd(_mm_add_pd(s0, s1), _mm_add_pd(s2, s3));
+    int k = 4;
+#pragma GCC unroll 8
+    for (; k + 4 <= N; k += 4) {
+#pragma GCC unroll 4
+        for (int q = 0; q < 4; ++q) {
+            const __m128d x = _mm_loadu_pd(u + k + q);
+#pragma GCC unroll 4
+            for (int p = 0; p < P; ++p) s[p][q] = _mm_add_pd(s[p][q], _mm_mul_pd(_mm_load_pd(tp[p] + 8 * (k + q)), x));
+        }
+    }
+#pragma GCC unroll 3
+    for (int q = 0; q < 3; ++q) {
+        if (k + q >= N) break;
+        const __m128d x = _mm_loadu_pd(u + k + q);
+#pragma GCC unroll 4
+        for (int p = 0; p < P; ++p) s[p][q] = _mm_add_pd(s[p][q], _mm_mul_pd(_mm_load_pd(tp[p] + 8 * (k + q)), x));
+    }
+#pragma GCC unroll 4
+    for (int p = 0; p < P; ++p) out[p] = _mm_add_pd(_mm_add_pd(s[p][0], s[p][1]), _mm_add_pd(s[p][2], s[p][3]));
 }
 
-double TruePeakSse2(const double* t, int taps, TruePeakRing& r, const double* x, int n, double peak) {
-    int w = r.write;
+template <int P, int N>
+inline __m128d Peaks(const double* const (&tp)[P], const double* u, __m128d best) {
+    __m128d out[P];
+    Sums<P, N>(tp, u, out);
+#pragma GCC unroll 4
+    for (int p = 0; p < P; ++p) best = Larger(Abs(out[p]), best);
+    return best;
+}
+
+template <int N>
+double Span(const TruePeakTable& t, const double* w, int m, double peak) {
+    if (m < 2) return TruePeakSpanScalar(t, w, m, peak);
+    const double* pairs = t.pairs;
     __m128d best = _mm_set1_pd(peak);
-    for (int i = 0; i < n; ++i) {
-        const double xi = x[i];
-        w = (w + 1) & (TruePeakRing::kSlots - 1);
-        r.samples[w] = xi;
-        r.samples[w + TruePeakRing::kSlots] = xi;
-        if (w == 0) r.samples[2 * TruePeakRing::kSlots] = xi;
-        const double* win = r.samples + w + TruePeakRing::kSlots + 1 - taps;
-        best = Larger(Abs(Phases(t, win, taps)), best);
-        best = Larger(Abs(Phases(t + 2, win, taps)), best);
-        best = Larger(Abs(_mm_set1_pd(xi)), best);
+    const __m128d gain = _mm_set1_pd(t.delayGain);
+    if (t.delayPhase >= 0) {
+        const double* tp[3];
+        for (int p = 0, i = 0; p < 4; ++p)
+            if (p != t.delayPhase) tp[i++] = pairs + 2 * p;
+        for (int j = 0;; j += 2) {
+            if (j > m - 2) j = m - 2;  // the last pair may repeat an output: the peak is the same
+            const double* u = w + j + 1 - N;
+            best = Peaks<3, N>(tp, u, best);
+            best = Larger(Abs(_mm_mul_pd(gain, _mm_loadu_pd(u + t.delayTap))), best);
+            best = Larger(Abs(_mm_loadu_pd(w + j)), best);
+            if (j == m - 2) break;
+        }
+    } else {
+        const double* lo[2] = {pairs, pairs + 2};
+        const double* hi[2] = {pairs + 4, pairs + 6};
+        for (int j = 0;; j += 2) {
+            if (j > m - 2) j = m - 2;
+            const double* u = w + j + 1 - N;
+            best = Peaks<2, N>(lo, u, best);
+            best = Peaks<2, N>(hi, u, best);
+            best = Larger(Abs(_mm_loadu_pd(w + j)), best);
+            if (j == m - 2) break;
+        }
     }
-    r.write = w;
-    const double lo = _mm_cvtsd_f64(best);
-    const double hi = _mm_cvtsd_f64(_mm_unpackhi_pd(best, best));
-    return hi > lo ? hi : lo;
+    const double a = _mm_cvtsd_f64(best);
+    const double b = _mm_cvtsd_f64(_mm_unpackhi_pd(best, best));
+    return b > a ? b : a;
+}
+
+double TruePeakSse2(const TruePeakTable& t, TruePeakHistory& h, const double* x, int n, double peak) {
+    return RunTruePeak(TruePeakSpanSse2, t, h, x, n, peak);
 }
 
 }  // namespace
+
+double TruePeakSpanSse2(const TruePeakTable& t, const double* w, int m, double peak) {
+    if (t.taps == kLongTapsPerPhase) return Span<kLongTapsPerPhase>(t, w, m, peak);
+    if (t.taps == kShortTapsPerPhase) return Span<kShortTapsPerPhase>(t, w, m, peak);
+    return TruePeakSpanScalar(t, w, m, peak);
+}
 
 const KernelSet kSse2{KWeightSse2, SumSse2, TruePeakSse2};
 

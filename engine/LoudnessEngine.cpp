@@ -7,6 +7,7 @@
 
 #include "engine/DialogueGate.h"
 #include "engine/EngineCore.h"
+#include "engine/FlushDenormals.h"
 #include "engine/Gating.h"
 #include "engine/TruePeakFilter.h"
 
@@ -31,7 +32,7 @@ LoudnessEngine::LoudnessEngine() : core_(std::make_unique<EngineCore>()), dialog
     std::memset(c.pending, 0, sizeof c.pending);
     std::memset(c.power, 0, sizeof c.power);
     std::memset(c.total, 0, sizeof c.total);
-    for (auto& r : c.rings) r.Clear();
+    for (auto& h : c.peakHistory) h.Clear();
     c.bank.ClearState();
     for (int ch = 0; ch < kMaxChannels; ++ch) {
         c.channelPeak[static_cast<std::size_t>(ch)] = -120.0;
@@ -85,7 +86,7 @@ void LoudnessEngine::RestartSignalChain() {
         c.bank.b2b[ch] = f.stage2.b2;
         c.bank.a1b[ch] = f.stage2.a1;
         c.bank.a2b[ch] = f.stage2.a2;
-        c.rings[static_cast<std::size_t>(ch)].Clear();
+        c.peakHistory[static_cast<std::size_t>(ch)].Clear();
     }
     c.bank.ClearState();
     c.stepPeak.fill(0.0);
@@ -165,8 +166,12 @@ double LoudnessEngine::ChannelWeight(int channel) const {
 }
 
 void LoudnessEngine::SetInputCount(int inputs) {
+    // The plug-in repeats its count before every block: only a change
+    // reconfigures (and so restarts) the dialogue detection.
+    inputs = std::clamp(inputs, 0, kMaxChannels);
+    if (inputs == core_->inputCount) return;
     Flush();
-    core_->inputCount = std::clamp(inputs, 0, kMaxChannels);
+    core_->inputCount = inputs;
     dialogue_->Configure(core_->rate, core_->Processed(), core_->layout);
 }
 
@@ -346,7 +351,7 @@ void LoudnessEngine::Run(const double* const* channels, int offset, int frames) 
     EngineCore& c = *core_;
     const int nch = c.Processed();
     const KernelSet& k = *c.kernels;
-    const double* table = c.eco ? TruePeakFilterTables().shortTapMajor : TruePeakFilterTables().longTapMajor;
+    const TruePeakTable& table = c.eco ? ShortTruePeakTable() : LongTruePeakTable();
     const double* src[kMaxChannels];
     double* const* pw = c.powerRows;
 
@@ -361,15 +366,18 @@ void LoudnessEngine::Run(const double* const* channels, int offset, int frames) 
             c.started = true;
             c.startPosition = c.position;
         }
-        // K-weighting, channel powers and their sum.
-        k.kWeight(c.bank, src, nch, n, pw);
-        k.sumPowers(pw, nch, n, c.total);
+        {
+            FlushDenormals flush;
+            // K-weighting, channel powers and their sum.
+            k.kWeight(c.bank, src, nch, n, pw);
+            k.sumPowers(pw, nch, n, c.total);
+            // True peak of every channel, including those the weights silence.
+            for (int ch = 0; ch < nch; ++ch)
+                c.stepPeak[static_cast<std::size_t>(ch)] =
+                    k.truePeak(table, c.peakHistory[static_cast<std::size_t>(ch)], src[ch], n,
+                               c.stepPeak[static_cast<std::size_t>(ch)]);
+        }
         if (c.dialogue) dialogue_->Process(src, 0, n, pw, nch);
-        // True peak of every channel, including those the weights silence.
-        for (int ch = 0; ch < nch; ++ch)
-            c.stepPeak[static_cast<std::size_t>(ch)] =
-                k.truePeak(table, c.taps, c.rings[static_cast<std::size_t>(ch)], src[ch], n,
-                           c.stepPeak[static_cast<std::size_t>(ch)]);
         // Sliding mean-square windows.
         SlidingWindow::PushBoth(c.momentary, c.shortTerm, c.total, n);
 

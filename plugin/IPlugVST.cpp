@@ -80,6 +80,8 @@ IPlugVST::IPlugVST(vst::HostCallback host, int numParams, int numPresets, std::v
   mOutConnected.assign(size_t(maxOut), 1);
   mInPins.assign(size_t(maxIn), nullptr);
   mOutPins.assign(size_t(maxOut), nullptr);
+  mInPtrs.assign(size_t(maxIn), nullptr);
+  mOutPtrs.assign(size_t(maxOut), nullptr);
   mInScratch.assign(size_t(maxIn), std::vector<double>(kScratchFrames, 0.0));
   mOutScratch.assign(size_t(maxOut), std::vector<double>(kScratchFrames, 0.0));
   mSilence.assign(kScratchFrames, 0.0);
@@ -405,22 +407,34 @@ void IPlugVST::WantMidi() {
   if (HandlesMidi()) CallHost(vst::audioMasterWantMidi, 0, 1);
 }
 
+void IPlugVST::PointPins(double* const* hostInputs, double* const* hostOutputs) {
+  // Unconnected pins carry no audio: they read the shared silence and write
+  // to the shared discard buffer, with no per-call work.
+  for (int i = 0; i < NInputPins(); ++i) {
+    double* src = hostInputs && mInConnected[size_t(i)] ? hostInputs[i] : nullptr;
+    mInPins[size_t(i)] = src ? src : mSilence.data();
+  }
+  for (int o = 0; o < NOutputPins(); ++o) {
+    double* dst = hostOutputs && mOutConnected[size_t(o)] ? hostOutputs[o] : nullptr;
+    mOutPins[size_t(o)] = dst ? dst : mDiscard.data();
+  }
+}
+
 void IPlugVST::ProcessFloat(float** inputs, float** outputs, int32_t frames, bool accumulate) {
   SpinLockGuard guard(Lock());
   WantMidi();
   frames = std::max(frames, 0);
   EnsureScratch(frames);
+  for (int i = 0; i < NInputPins(); ++i) mInPtrs[size_t(i)] = nullptr;
   for (int i = 0; i < NInputPins(); ++i) {
-    double* dst = mInScratch[size_t(i)].data();
     const float* src = inputs && mInConnected[size_t(i)] ? inputs[i] : nullptr;
-    if (src) {
-      for (int32_t n = 0; n < frames; ++n) dst[n] = static_cast<double>(src[n]);
-    } else {
-      std::fill(dst, dst + frames, 0.0);
-    }
-    mInPins[size_t(i)] = dst;
+    if (!src) continue;
+    double* dst = mInScratch[size_t(i)].data();
+    for (int32_t n = 0; n < frames; ++n) dst[n] = static_cast<double>(src[n]);
+    mInPtrs[size_t(i)] = dst;
   }
-  for (int o = 0; o < NOutputPins(); ++o) mOutPins[size_t(o)] = mOutScratch[size_t(o)].data();
+  for (int o = 0; o < NOutputPins(); ++o) mOutPtrs[size_t(o)] = mOutScratch[size_t(o)].data();
+  PointPins(mInPtrs.data(), mOutPtrs.data());
   RunProcessBlock(frames);
   for (int o = 0; o < NOutputPins(); ++o) {
     float* dst = outputs ? outputs[o] : nullptr;
@@ -444,14 +458,7 @@ void IPlugVST::ProcessDouble(double** inputs, double** outputs, int32_t frames) 
   WantMidi();
   frames = std::max(frames, 0);
   EnsureScratch(frames);
-  for (int i = 0; i < NInputPins(); ++i) {
-    double* src = inputs && mInConnected[size_t(i)] ? inputs[i] : nullptr;
-    mInPins[size_t(i)] = src ? src : mSilence.data();
-  }
-  for (int o = 0; o < NOutputPins(); ++o) {
-    double* dst = outputs && mOutConnected[size_t(o)] ? outputs[o] : nullptr;
-    mOutPins[size_t(o)] = dst ? dst : mDiscard.data();
-  }
+  PointPins(inputs, outputs);
   RunProcessBlock(frames);
   for (int o = 0; o < NOutputPins(); ++o) {
     double* dst = outputs ? outputs[o] : nullptr;

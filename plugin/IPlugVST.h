@@ -77,6 +77,7 @@ class IPlugVST : public IPlugBase {
   void ProcessFloat(float** inputs, float** outputs, int32_t frames, bool accumulate);
   void ProcessDouble(double** inputs, double** outputs, int32_t frames);
   void EnsureScratch(int frames);
+  void PointPins(double* const* hostInputs, double* const* hostOutputs);
   void WantMidi();
   void RunProcessBlock(int frames);
 
@@ -87,6 +88,7 @@ class IPlugVST : public IPlugBase {
   const char* mProductName;
   std::vector<uint8_t> mInConnected, mOutConnected;
   std::vector<double*> mInPins, mOutPins;
+  std::vector<double*> mInPtrs, mOutPtrs;  // the float path's converted buffers, null for no audio
   std::vector<std::vector<double>> mInScratch, mOutScratch;
   std::vector<double> mSilence, mDiscard;
   SpeakerArrangement24 mInArrangement{}, mOutArrangement{};
