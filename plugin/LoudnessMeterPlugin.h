@@ -45,6 +45,8 @@ struct MeterReadings {
   double speechContent = 0.0;
 };
 
+struct ParsedMeterState;
+
 class LoudnessMeterPlugin : public IPlugVST {
  public:
   explicit LoudnessMeterPlugin(vst::HostCallback host);
@@ -53,6 +55,7 @@ class LoudnessMeterPlugin : public IPlugVST {
   // IPlugBase
   bool WriteState(ByteChunk& chunk) override;
   int ReadState(const ByteChunk& chunk, int start) override;
+  void OnStateRefused() override;
   void ProcessBlock(double** inputs, double** outputs, int frames) override;
   void OnReset() override;
   void OnParamChange(int index) override;
@@ -104,6 +107,15 @@ class LoudnessMeterPlugin : public IPlugVST {
   // Names saved with the measurement (UTF-8).
   void SetTitle(std::string title) { mTitle = std::move(title); }
   void SetNotes(std::string notes) { mNotes = std::move(notes); }
+  // Host sample rates the meter measures at; outside them audio passes
+  // through and the meter stays inactive.
+  static constexpr double kMinRate = 8000.0;
+  static constexpr double kMaxRate = 768000.0;
+  bool RateSupported() const { return mRateSupported.load(std::memory_order_relaxed); }
+  // A line for the editor's status: empty while the meter measures normally.
+  std::string StatusLine() const;
+  // Non-finite input samples measured as silence since the last reset.
+  int64_t NonFiniteSamples() const { return mNonFinite.load(std::memory_order_relaxed); }
 
  protected:
   void OnChannelConfigChanged() override;
@@ -115,6 +127,30 @@ class LoudnessMeterPlugin : public IPlugVST {
   int ConfigurationFor(int requested) const;
   bool HistoryIncluded() const;
   MeterReadings EngineReadings() const;
+  static double RelativeGateFactor(int choice);
+  // State writing and reading (MeterState.cpp).
+  void WriteStateHead(ByteChunk& chunk, bool& included, bool& compress);
+  void WriteStateTail(ByteChunk& chunk);
+  void ApplyParsedState(ParsedMeterState& s);
+  int64_t MeasuredSampleCount() const;
+  void NoteSnapshot(size_t largestSlice);
+  // The plug-in lock as state calls take it: held for short steps only, the
+  // longest hold is kept for tests and benchmarks.
+  class StateHold {
+   public:
+    explicit StateHold(LoudnessMeterPlugin& plug);
+    ~StateHold();
+    StateHold(const StateHold&) = delete;
+    StateHold& operator=(const StateHold&) = delete;
+
+   private:
+    LoudnessMeterPlugin& mPlug;
+    SpinLockGuard mGuard;
+    int64_t mStart;
+  };
+  // Input channels with every non-finite sample of the block replaced by
+  // silence, or `inputs` itself when the block is clean.
+  double** FiniteInputs(double** inputs, int frames);
 
   LoudnessEngine mEngine;
   LoudnessDistribution mLoudness;
@@ -127,7 +163,12 @@ class LoudnessMeterPlugin : public IPlugVST {
   std::atomic<uint8_t> mInProcess{0};
   std::atomic<uint8_t> mSuspended{0};
   std::atomic<bool> mWarmUp{true};
-  std::atomic<bool> mSizing{false};
+  std::atomic<bool> mRateSupported{true};
+  std::atomic<int64_t> mNonFinite{0};
+  std::atomic<int64_t> mStateHoldMaxNs{0};
+  std::atomic<int64_t> mSnapshotSliceMax{0};
+  std::vector<std::vector<double>> mCleanInputs;  // FiniteInputs' buffers
+  std::vector<double*> mCleanPins;
   std::atomic<int> mShownStandard{29};
   mutable std::mutex mShownCustomLock;  // the editor reads the name while the host may restore a state
   std::string mShownCustom;
