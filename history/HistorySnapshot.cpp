@@ -54,7 +54,8 @@ void HistorySnapshot::Reserve(const Progress& p, MeasurementHistory& copy) {
 bool HistorySnapshot::CopySlice(const MeasurementHistory& source, MeasurementHistory& copy, Progress& p) {
   ++p.stats.holds;
   bool restart = p.started && source.generation != p.generation;
-  ForEachArray(source, copy, [&](const auto& s, const auto& c, bool) { restart = restart || s.size() < c.size(); });
+  ForEachArray(source, copy,
+               [&](const auto& s, const auto& c, bool) { restart = restart || s.size() < c.size(); });
   if (restart) {
     ++p.stats.restarts;
     Start(copy);

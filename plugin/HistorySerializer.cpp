@@ -16,8 +16,8 @@ static_assert(std::endian::native == std::endian::little, "the state is little-e
 
 constexpr int64_t kHeaderBytes = 5 * 4 + 2;
 constexpr int kArrays10 = 7, kArrays100 = 10;
-constexpr int64_t kEntryBytes10 = 4 * 4 + 3;    // four float arrays, three byte arrays
-constexpr int64_t kEntryBytes100 = 8 * 4 + 2;   // eight float arrays, two byte arrays
+constexpr int64_t kEntryBytes10 = 4 * 4 + 3;   // four float arrays, three byte arrays
+constexpr int64_t kEntryBytes100 = 8 * 4 + 2;  // eight float arrays, two byte arrays
 // Above this a history is compressed for speed rather than size.
 constexpr int kFastLevelFrom = 8 * 1024 * 1024;
 
@@ -50,10 +50,10 @@ void WritePlain(const MeasurementHistory& h, ByteChunk& c) {
   using H = MeasurementHistory;
   const size_t n10 = std::max({h.momentary.size(), h.shortTerm.size(), h.truePeak.size(), h.dynamics.size(),
                                h.stepFlags.size(), h.stateFlags.size(), h.speechFlags.size()});
-  const size_t n100 = std::max({h.momentaryPower.size(), h.shortTermPower.size(), h.integrated.size(),
-                                h.loudnessRange.size(), h.blockFlags.size(), h.dialogueMomentaryPower.size(),
-                                h.dialogueShortTermPower.size(), h.dialogueIntegrated.size(),
-                                h.dialogueRange.size(), h.dialogueFlags.size()});
+  const size_t n100 =
+      std::max({h.momentaryPower.size(), h.shortTermPower.size(), h.integrated.size(), h.loudnessRange.size(),
+                h.blockFlags.size(), h.dialogueMomentaryPower.size(), h.dialogueShortTermPower.size(),
+                h.dialogueIntegrated.size(), h.dialogueRange.size(), h.dialogueFlags.size()});
   c.Reserve(size_t(c.Size()) + size_t(HistorySerializer::PlainBytes(int64_t(n10), int64_t(n100))));
   c.PutInt32(h.start10);
   c.PutInt32(h.start100);
@@ -123,12 +123,15 @@ int ReadPlain(const ByteChunk& c, int pos, MeasurementHistory& h, const HistoryL
   h.startKnown = startKnown != 0;
   h.timelineMode = timeline != 0;
   // Powers below zero cannot come from a measurement.
-  for (auto* powers : {&h.momentaryPower, &h.shortTermPower, &h.dialogueMomentaryPower, &h.dialogueShortTermPower}) {
+  for (auto* powers :
+       {&h.momentaryPower, &h.shortTermPower, &h.dialogueMomentaryPower, &h.dialogueShortTermPower}) {
     for (float& f : *powers) f = std::max(f, 0.0f);
   }
   h.Normalise();  // a hostile state may hold arrays of different lengths
-  const auto size10 = static_cast<int32_t>(std::min<size_t>(h.Size10(), size_t(std::numeric_limits<int32_t>::max())));
-  const auto size100 = static_cast<int32_t>(std::min<size_t>(h.Size100(), size_t(std::numeric_limits<int32_t>::max())));
+  const auto size10 =
+      static_cast<int32_t>(std::min<size_t>(h.Size10(), size_t(std::numeric_limits<int32_t>::max())));
+  const auto size100 =
+      static_cast<int32_t>(std::min<size_t>(h.Size100(), size_t(std::numeric_limits<int32_t>::max())));
   h.start10 = std::clamp(h.start10, 0, size10);
   h.start100 = std::clamp(h.start100, 0, size100);
   h.end10 = std::clamp(h.end10, 0, size10);
