@@ -103,14 +103,14 @@ TEST(Concurrency, StateCallsWithAnHourOfHistoryHoldTheAudioPathOnlyForSlices) {
       blocks.fetch_add(1);
     }
   });
-  for (int i = 0; i < 3; ++i) {
+  while (blocks.load() == 0) std::this_thread::yield();  // audio is running
+  for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(h.LoadChunk(h.SaveChunk()), 1);
     EXPECT_EQ(h.LoadChunk(hour), 1);
   }
   stop.store(true);
   audio.join();
   EXPECT_EQ(changed.load(), 0);
-  EXPECT_GT(blocks.load(), 0);
   EXPECT_GT(meter.Reading(kReadingSnapshotSlice), 0.0);
   EXPECT_LE(meter.Reading(kReadingSnapshotSlice), kSlice);
   std::printf("longest plug-in lock hold by a state call: %.0f us\n", meter.Reading(kReadingStateHoldMaxUs));
