@@ -47,8 +47,21 @@ void HistorySnapshot::Reserve(const Progress& p, MeasurementHistory& copy) {
   ForEachArray(empty, copy, [&](const auto&, auto& c, bool tenMs) {
     const std::size_t known = tenMs ? p.known10 : p.known100;
     const std::size_t slice = tenMs ? kSlice10 : kSlice100;
-    Grow(c, std::max(known, c.size()) + slice);
+    const std::size_t headroom = tenMs ? p.headroom10 : p.headroom10 / 10;
+    Grow(c, std::max(known, c.size()) + slice + headroom);
   });
+}
+
+bool HistorySnapshot::Short(const MeasurementHistory& live, std::size_t headroom10) {
+  bool isShort = false;
+  ForEachArray(live, live, [&](const auto& a, const auto&, bool tenMs) {
+    isShort = isShort || a.capacity() - a.size() < (tenMs ? headroom10 : headroom10 / 10);
+  });
+  return isShort;
+}
+
+void HistorySnapshot::SwapArrays(MeasurementHistory& live, MeasurementHistory& larger) {
+  ForEachArray(live, larger, [](auto& a, auto& b, bool) { a.swap(b); });
 }
 
 bool HistorySnapshot::CopySlice(const MeasurementHistory& source, MeasurementHistory& copy, Progress& p) {

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 
 #include "engine/ChannelLayouts.h"
 #include "engine/DialogueGate.h"
+#include "history/HistorySnapshot.h"
 #include "plugin/VendorQuery.h"
 #include "presets/GlobalSettings.h"
 #include "presets/LoudnessStandards.h"
@@ -45,9 +47,46 @@ LoudnessMeterPlugin::LoudnessMeterPlugin(vst::HostCallback host)
   // A new instance starts with the user's default preset; a state restored
   // afterwards brings its own values.
   ApplyDefaultPreset(SettingsFolder(false));
+  mKeeper = std::thread([this] { KeepHistoryRoom(); });
 }
 
-LoudnessMeterPlugin::~LoudnessMeterPlugin() { DestroyEditor(); }
+LoudnessMeterPlugin::~LoudnessMeterPlugin() {
+  {
+    std::lock_guard<std::mutex> guard(mKeeperMutex);
+    mKeeperStop = true;
+  }
+  mKeeperWake.notify_all();
+  if (mKeeper.joinable()) mKeeper.join();
+  DestroyEditor();
+}
+
+void LoudnessMeterPlugin::KeepHistoryRoom() {
+  // The audio thread reads the history under the plug-in lock and writes it
+  // under the engine mutex: the arrays are replaced holding both.
+  struct BothLocks {
+    LoudnessMeterPlugin& plug;
+    void lock() {
+      plug.Lock().Lock();
+      plug.mEngine.Mutex().lock();
+    }
+    void unlock() {
+      plug.mEngine.Mutex().unlock();
+      plug.Lock().Unlock();
+    }
+  } locks{*this};
+  // A quarter of an hour of steps: far more than the time between two looks.
+  constexpr size_t kHeadroom10 = 90000;
+  std::unique_lock<std::mutex> guard(mKeeperMutex);
+  while (!mKeeperWake.wait_for(guard, std::chrono::milliseconds(200), [this] { return mKeeperStop; })) {
+    guard.unlock();
+    try {
+      HistorySnapshot::GrowAhead(mEngine.MutableHistory(), locks, kHeadroom10);
+    } catch (...) {
+      // Out of memory: the audio thread grows the arrays itself as before.
+    }
+    guard.lock();
+  }
+}
 
 // ------------------------------------------------------------- configuration
 

@@ -6,9 +6,11 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/LoudnessEngine.h"
@@ -148,6 +150,10 @@ class LoudnessMeterPlugin : public IPlugVST {
     SpinLockGuard mGuard;
     int64_t mStart;
   };
+  // A helper thread that gives the history room to grow before the audio
+  // thread runs out of it, so that the audio thread never copies a long
+  // history into a larger buffer.
+  void KeepHistoryRoom();
   // Input channels with every non-finite sample of the block replaced by
   // silence, or `inputs` itself when the block is clean.
   double** FiniteInputs(double** inputs, int frames);
@@ -169,6 +175,10 @@ class LoudnessMeterPlugin : public IPlugVST {
   std::atomic<int64_t> mSnapshotSliceMax{0};
   std::vector<std::vector<double>> mCleanInputs;  // FiniteInputs' buffers
   std::vector<double*> mCleanPins;
+  std::mutex mKeeperMutex;
+  std::condition_variable mKeeperWake;
+  bool mKeeperStop = false;
+  std::thread mKeeper;  // last: started when everything it uses exists
   std::atomic<int> mShownStandard{29};
   mutable std::mutex mShownCustomLock;  // the editor reads the name while the host may restore a state
   std::string mShownCustom;

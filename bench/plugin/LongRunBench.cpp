@@ -152,7 +152,7 @@ int main(int argc, char** argv) {
   const auto loopFrames = static_cast<int64_t>(programme[0].size());
   const auto total = static_cast<int64_t>(hours * 3600.0 * kRate);
   const int64_t tenMinutes = static_cast<int64_t>(600.0 * kRate);
-  std::vector<float> outL(size_t(block)), outR(size_t(block));
+  std::vector<float> outL(static_cast<size_t>(block)), outR(static_cast<size_t>(block));
   float* outs[2] = {outL.data(), outR.data()};
   Window first, last, firstHourSaving, lastHourSaving, storm;
   double worstNs = 0.0;
