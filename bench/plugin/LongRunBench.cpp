@@ -152,18 +152,28 @@ int main(int argc, char** argv) {
   const auto loopFrames = static_cast<int64_t>(programme[0].size());
   const auto total = static_cast<int64_t>(hours * 3600.0 * kRate);
   const int64_t tenMinutes = static_cast<int64_t>(600.0 * kRate);
-  std::vector<float> outL(static_cast<size_t>(block)), outR(static_cast<size_t>(block));
-  float* outs[2] = {outL.data(), outR.data()};
+  // Every pin gets a buffer: the host's two channels, silence on the other inputs.
+  const std::vector<float> silence(static_cast<size_t>(block), 0.0f);
+  std::vector<std::vector<float>> outBuffers(static_cast<size_t>(h.NumOutputs()),
+                                             std::vector<float>(static_cast<size_t>(block)));
+  std::vector<float*> outPins, inPins(static_cast<size_t>(h.NumInputs()), const_cast<float*>(silence.data()));
+  for (auto& b : outBuffers) outPins.push_back(b.data());
+  float** outs = outPins.data();
+  auto pins = [&](int64_t offset) {
+    inPins[0] = const_cast<float*>(programme[0].data() + offset);
+    inPins[1] = const_cast<float*>(programme[1].data() + offset);
+    return inPins.data();
+  };
   Window first, last, firstHourSaving, lastHourSaving, storm;
   double worstNs = 0.0;
   std::printf("%-8s %12s %12s %14s %14s\n", "hour", "mean us", "max us", "RSS MB", "state MB");
   Window hourWindow;
   for (int64_t at = 0; at + block <= total; at += block) {
     const int64_t offset = at % (loopFrames - block);
-    const float* ins[2] = {programme[0].data() + offset, programme[1].data() + offset};
+    float** ins = pins(offset);
     const bool duringSave = saving.load(std::memory_order_relaxed);
     const auto t0 = Clock::now();
-    h.Effect()->processReplacing(h.Effect(), const_cast<float**>(ins), outs, block);
+    h.Effect()->processReplacing(h.Effect(), ins, outs, block);
     const double ns = std::chrono::duration<double, std::nano>(Clock::now() - t0).count();
     worstNs = std::max(worstNs, ns);
     hourWindow.Add(ns);
@@ -186,9 +196,9 @@ int main(int argc, char** argv) {
         int64_t stormAt = next;
         while (Clock::now() < until) {
           const int64_t off = stormAt % (loopFrames - block);
-          const float* sin[2] = {programme[0].data() + off, programme[1].data() + off};
+          float** sin = pins(off);
           const auto s0 = Clock::now();
-          h.Effect()->processReplacing(h.Effect(), const_cast<float**>(sin), outs, block);
+          h.Effect()->processReplacing(h.Effect(), sin, outs, block);
           storm.Add(std::chrono::duration<double, std::nano>(Clock::now() - s0).count());
           stormAt += block;
           // Real time: one block every block length.
