@@ -564,6 +564,9 @@ intptr_t LoudnessMeterPlugin::VendorQuery(int32_t index, intptr_t /*value*/, voi
         case kReadingStateHoldMaxUs:
           request->value = static_cast<double>(mStateHoldMaxNs.load(std::memory_order_relaxed)) / 1000.0;
           break;
+        case kReadingStateHoldMaxCpuUs:
+          request->value = static_cast<double>(mStateHoldMaxCpuNs.load(std::memory_order_relaxed)) / 1000.0;
+          break;
         case kReadingSnapshotSlice:
           request->value = static_cast<double>(mSnapshotSliceMax.load(std::memory_order_relaxed));
           break;

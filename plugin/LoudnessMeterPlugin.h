@@ -149,6 +149,7 @@ class LoudnessMeterPlugin : public IPlugVST {
     LoudnessMeterPlugin& mPlug;
     SpinLockGuard mGuard;
     int64_t mStart;
+    int64_t mStartCpu;
   };
   // A helper thread that gives the history room to grow before the audio
   // thread runs out of it, so that the audio thread never copies a long
@@ -171,7 +172,8 @@ class LoudnessMeterPlugin : public IPlugVST {
   std::atomic<bool> mWarmUp{true};
   std::atomic<bool> mRateSupported{true};
   std::atomic<int64_t> mNonFinite{0};
-  std::atomic<int64_t> mStateHoldMaxNs{0};
+  std::atomic<int64_t> mStateHoldMaxNs{0};     // wall clock
+  std::atomic<int64_t> mStateHoldMaxCpuNs{0};  // the holding thread's own time
   std::atomic<int64_t> mSnapshotSliceMax{0};
   std::vector<std::vector<double>> mCleanInputs;  // FiniteInputs' buffers
   std::vector<double*> mCleanPins;

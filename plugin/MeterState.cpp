@@ -3,6 +3,7 @@
 #include <bit>
 #include <chrono>
 #include <cmath>
+#include <ctime>
 #include <memory>
 #include <mutex>
 
@@ -400,17 +401,39 @@ void LoudnessMeterPlugin::NoteSnapshot(size_t largestSlice) {
   if (slice > mSnapshotSliceMax.load(std::memory_order_relaxed)) mSnapshotSliceMax.store(slice);
 }
 
+namespace {
+
+// Time on the calling thread's own clock, so that a hold is measured by the
+// work done in it and not by the time a loaded machine preempted the thread
+// (the steady clock where there is no thread clock).
+int64_t ThreadNowNs() {
+#if defined(CLOCK_THREAD_CPUTIME_ID) && !defined(_WIN32)
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
+#else
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+#endif
+}
+
+int64_t WallNowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+void KeepMax(std::atomic<int64_t>& max, int64_t v) {
+  if (v > max.load(std::memory_order_relaxed)) max.store(v, std::memory_order_relaxed);
+}
+
+}  // namespace
+
 LoudnessMeterPlugin::StateHold::StateHold(LoudnessMeterPlugin& plug)
-    : mPlug(plug), mGuard(plug.Lock()),
-      mStart(std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-                 .count()) {}
+    : mPlug(plug), mGuard(plug.Lock()), mStart(WallNowNs()), mStartCpu(ThreadNowNs()) {}
 
 LoudnessMeterPlugin::StateHold::~StateHold() {
-  const int64_t now =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-          .count();
-  const int64_t held = now - mStart;
-  if (held > mPlug.mStateHoldMaxNs.load(std::memory_order_relaxed)) mPlug.mStateHoldMaxNs.store(held);
+  KeepMax(mPlug.mStateHoldMaxNs, WallNowNs() - mStart);
+  KeepMax(mPlug.mStateHoldMaxCpuNs, ThreadNowNs() - mStartCpu);
 }
 
 }  // namespace velorum

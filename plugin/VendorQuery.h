@@ -48,6 +48,7 @@ enum VendorReading : int32_t {
   kReadingStateHoldMaxUs = 15, // longest hold of the plug-in lock by a state call, microseconds
   kReadingSnapshotSlice = 16,  // most history entries of one array a state save copied under one hold
   kReadingRateSupported = 17,  // 0 while the host's sample rate is outside what the meter measures
+  kReadingStateHoldMaxCpuUs = 18,  // the same hold as 15 on the holding thread's own clock, microseconds
   kReadingPeakHold0 = 100,     // 100 + channel: held sample peak (linear)
 };
 

@@ -223,9 +223,10 @@ int main(int argc, char** argv) {
     while (saving.load()) std::this_thread::yield();
     std::printf(
         "storm at 1 h (save + restore every 20 ms for 20 s): %ld audio calls, longest %.2f ms wall, "
-        "%.2f ms CPU; %ld saves+restores; longest state lock hold %.0f us\n",
+        "%.2f ms CPU; %ld saves+restores; longest state lock hold %.0f us wall, %.0f us CPU\n",
         storm.blocks, storm.maxNs / 1e6, storm.maxCpuNs / 1e6, storms.load(),
-        Query(h, velorum::kQueryReading, velorum::kReadingStateHoldMaxUs));
+        Query(h, velorum::kQueryReading, velorum::kReadingStateHoldMaxUs),
+        Query(h, velorum::kQueryReading, velorum::kReadingStateHoldMaxCpuUs));
     std::fflush(stdout);
   }
   stop.store(true);
@@ -243,9 +244,12 @@ int main(int argc, char** argv) {
       firstHourSaving.maxNs / 1e6, firstHourSaving.maxCpuNs / 1e6, firstHourSaving.blocks,
       lastHourSaving.maxNs / 1e6, lastHourSaving.maxCpuNs / 1e6, lastHourSaving.blocks);
   std::printf("longest audio call of the whole run: %.2f ms wall\n", worstNs / 1e6);
-  std::printf("longest plug-in lock hold by a state call: %.0f us; largest history slice %.0f entries\n",
-              Query(h, velorum::kQueryReading, velorum::kReadingStateHoldMaxUs),
-              Query(h, velorum::kQueryReading, velorum::kReadingSnapshotSlice));
+  std::printf(
+      "longest plug-in lock hold by a state call: %.0f us wall, %.0f us CPU; largest history slice %.0f "
+      "entries\n",
+      Query(h, velorum::kQueryReading, velorum::kReadingStateHoldMaxUs),
+      Query(h, velorum::kQueryReading, velorum::kReadingStateHoldMaxCpuUs),
+      Query(h, velorum::kQueryReading, velorum::kReadingSnapshotSlice));
   std::printf("state size at %.0f h: %.2f MB (%.2f MB per hour); peak RSS %.0f MB; saves %ld\n", hours,
               static_cast<double>(chunk.size()) / 1e6, static_cast<double>(chunk.size()) / 1e6 / hours,
               PeakRssMb(), saves.load());
