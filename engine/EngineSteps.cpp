@@ -249,36 +249,37 @@ void LoudnessEngine::Step100(std::int64_t last, double m, double s) {
     dialogue_->Step100(h, step);
 }
 
-void LoudnessEngine::RebuildFromHistory() {
-    EngineLock lock(mutex_);
-    EngineCore& c = *core_;
-    MeasurementHistory& h = history_;
+void LoudnessEngine::PrepareHistory(PreparedHistory& p) {
+    MeasurementHistory& h = p.history;
     h.Normalise();
     const std::int32_t begin = std::max<std::int32_t>(h.start100, 0);
     const auto blocks = static_cast<std::int32_t>(h.Size100());
 
-    c.integratedSum = 0.0;
-    c.integratedCount = 0;
-    c.shortTermSum = 0.0;
-    c.shortTermCount = 0;
-    c.sorted.clear();
+    p.integratedSum = 0.0;
+    p.integratedCount = 0;
+    p.shortTermSum = 0.0;
+    p.shortTermCount = 0;
+    p.sorted.clear();
     for (std::int32_t b = begin; b < blocks; ++b) {
         const auto i = static_cast<std::size_t>(b);
         if (h.blockFlags[i] == kFlagBefore) continue;
         const double m = h.momentaryPower[i];
         if (m >= kAbsoluteGate) {
-            c.integratedSum += m;
-            ++c.integratedCount;
+            p.integratedSum += m;
+            ++p.integratedCount;
         }
         const double s = h.shortTermPower[i];
         if (h.blockFlags[i] == kFlagMeasured && b - begin >= kWarmUpSteps && s >= kAbsoluteGate &&
             !(At(h.stateFlags, MeasurementHistory::TenMsIndexOfBlock(b), MeasurementHistory::kStateFill) &
               kStateUnsettled)) {
-            c.shortTermSum += s;
-            ++c.shortTermCount;
-            InsertSorted(c.sorted, static_cast<float>(s));
+            p.shortTermSum += s;
+            ++p.shortTermCount;
+            p.sorted.push_back(static_cast<float>(s));
         }
     }
+    // One sort instead of an insertion per block: a day of history holds
+    // close to a million blocks.
+    std::sort(p.sorted.begin(), p.sorted.end());
     double momentaryMax = -120.0, shortTermMax = -120.0, truePeakMax = -120.0;
     for (std::size_t i = static_cast<std::size_t>(std::max<std::int32_t>(h.start10, 0)); i < h.Size10(); ++i) {
         if (h.stepFlags[i] != kFlagMeasured) continue;
@@ -286,24 +287,52 @@ void LoudnessEngine::RebuildFromHistory() {
         shortTermMax = std::max(shortTermMax, static_cast<double>(h.shortTerm[i]));
         truePeakMax = std::max(truePeakMax, static_cast<double>(h.truePeak[i]));
     }
-    c.momentaryMax = momentaryMax;
-    c.shortTermMax = shortTermMax;
-    c.truePeakMax = truePeakMax;
+    p.momentaryMax = momentaryMax;
+    p.shortTermMax = shortTermMax;
+    p.truePeakMax = truePeakMax;
 
     double integrated = -120.0;
-    if (c.integratedCount > 0) {
-        const double threshold = (c.integratedSum / static_cast<double>(c.integratedCount)) * c.relativeGate;
+    if (p.integratedCount > 0) {
+        const double threshold = (p.integratedSum / static_cast<double>(p.integratedCount)) * p.relativeGate;
         integrated = PowerToLufs(GatedMean(h.momentaryPower.data(), begin, blocks, threshold));
     }
-    c.integrated = integrated;
-    c.plr = integrated > -120.0 ? std::max(0.0, truePeakMax - integrated) : 0.0;
+    p.integrated = integrated;
+    p.plr = integrated > -120.0 ? std::max(0.0, truePeakMax - integrated) : 0.0;
     RangeEnds r;
-    if (c.shortTermCount > 0)
-        r = RangeOfSorted(c.sorted, (c.shortTermSum / static_cast<double>(c.shortTermCount)) * kRangeRelativeFactor);
-    c.range = r.range;
-    c.rangeLow = r.low;
-    c.rangeHigh = r.high;
+    if (p.shortTermCount > 0)
+        r = RangeOfSorted(p.sorted, (p.shortTermSum / static_cast<double>(p.shortTermCount)) * kRangeRelativeFactor);
+    p.range = r.range;
+    p.rangeLow = r.low;
+    p.rangeHigh = r.high;
+}
 
+void LoudnessEngine::AdoptHistory(PreparedHistory& p) {
+    EngineLock lock(mutex_);
+    EngineCore& c = *core_;
+    if (p.relativeGate != c.relativeGate) {
+        p.relativeGate = c.relativeGate;
+        PrepareHistory(p);
+    }
+    MeasurementHistory& h = history_;
+    const std::uint64_t generation = std::max(h.generation, p.history.generation) + 1;
+    std::swap(h, p.history);
+    h.generation = generation;  // a snapshot in progress starts again
+    c.integratedSum = p.integratedSum;
+    c.integratedCount = p.integratedCount;
+    c.shortTermSum = p.shortTermSum;
+    c.shortTermCount = p.shortTermCount;
+    c.sorted.swap(p.sorted);
+    c.momentaryMax = p.momentaryMax;
+    c.shortTermMax = p.shortTermMax;
+    c.truePeakMax = p.truePeakMax;
+    c.integrated = p.integrated;
+    c.plr = p.plr;
+    c.range = p.range;
+    c.rangeLow = p.rangeLow;
+    c.rangeHigh = p.rangeHigh;
+
+    const std::int32_t begin = std::max<std::int32_t>(h.start100, 0);
+    const auto blocks = static_cast<std::int32_t>(h.Size100());
     c.steps100 = blocks - begin;
     c.steps10 = static_cast<std::int64_t>(h.Size10()) - std::max<std::int32_t>(h.start10, 0);
     c.measured = c.steps10 * c.step10;
@@ -312,6 +341,15 @@ void LoudnessEngine::RebuildFromHistory() {
     c.publishedMeasured = c.measured;
     c.haveResult = blocks > begin;
     dialogue_->RebuildFromHistory(h);
+}
+
+void LoudnessEngine::RebuildFromHistory() {
+    EngineLock lock(mutex_);
+    PreparedHistory p;
+    p.relativeGate = core_->relativeGate;
+    std::swap(p.history, history_);
+    PrepareHistory(p);
+    AdoptHistory(p);
 }
 
 RangeReading LoudnessEngine::MeasureRange(std::int32_t begin, std::int32_t end) const {

@@ -178,6 +178,25 @@ public:
     // loudness range, PLR and the maxima from the history arrays (after the
     // state code restored them). Takes the mutex itself.
     void RebuildFromHistory();
+    // The same in two halves, for a history restored while audio runs:
+    // PrepareHistory does the long work (normalising, gating sums, sorting)
+    // on the calling thread without any lock; AdoptHistory then swaps the
+    // arrays in under the mutex (the replaced arrays come back in `prepared`,
+    // to be freed outside the lock). `relativeGate` is the factor the engine
+    // will use; AdoptHistory recomputes the sums when it differs.
+    struct PreparedHistory {
+        MeasurementHistory history;
+        double relativeGate = 0.1;
+        double integratedSum = 0.0;
+        std::int64_t integratedCount = 0;
+        double shortTermSum = 0.0;
+        std::int64_t shortTermCount = 0;
+        std::vector<float> sorted;
+        double momentaryMax = -120.0, shortTermMax = -120.0, truePeakMax = -120.0;
+        double integrated = -120.0, plr = 0.0, range = 0.0, rangeLow = -120.0, rangeHigh = -120.0;
+    };
+    static void PrepareHistory(PreparedHistory& prepared);
+    void AdoptHistory(PreparedHistory& prepared);
     // Integrated loudness and loudness range over 100 ms blocks [begin, end)
     // of the history (the selected range of the graph). Takes the mutex.
     RangeReading MeasureRange(std::int32_t begin, std::int32_t end) const;

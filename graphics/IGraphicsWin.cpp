@@ -313,6 +313,16 @@ void IGraphicsWin::CloseWindow() {
 }
 
 LRESULT CALLBACK IGraphicsWin::StaticWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam) {
+  // No exception may unwind into the host's message loop: a message whose
+  // handling failed is given to the default procedure instead.
+  try {
+    return GuardedWndProc(hwnd, msg, wParam, lParam);
+  } catch (...) {
+    return DefWindowProcW(hwnd, msg, wParam, lParam);
+  }
+}
+
+LRESULT IGraphicsWin::GuardedWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam) {
   if (msg == WM_CREATE) {
     auto* cs = reinterpret_cast<CREATESTRUCTW*>(lParam);
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(cs->lpCreateParams));
@@ -603,7 +613,11 @@ LRESULT CALLBACK IGraphicsWin::EditProc(HWND hwnd, UINT msg, WPARAM wParam, LPAR
   auto* self = reinterpret_cast<IGraphicsWin*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
   if (!self) return DefWindowProcW(hwnd, msg, wParam, lParam);
   if (msg == WM_KEYDOWN && (wParam == VK_RETURN || wParam == VK_ESCAPE)) {
-    self->CloseEdit(wParam == VK_RETURN);
+    try {
+      self->CloseEdit(wParam == VK_RETURN);
+    } catch (...) {
+      // The entry is gone either way; nothing may reach the host's loop.
+    }
     return 0;
   }
   if (msg == WM_CHAR && (wParam == VK_RETURN || wParam == VK_ESCAPE)) return 0;

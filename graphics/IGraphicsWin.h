@@ -77,6 +77,7 @@ protected:
 
 private:
   static LRESULT CALLBACK StaticWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
+  static LRESULT GuardedWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
   static LRESULT CALLBACK EditProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
   IMouseMod Mods(WPARAM wParam) const;
   void ToUnits(LPARAM lParam, float& x, float& y) const;

@@ -544,7 +544,13 @@ struct IGraphicsX11::Impl {
     if (e.button > Button3) return;
     mod.L = e.button == Button1;
     mod.R = e.button == Button3;
-    if (!g->IsTextEntryOpen()) XSetInputFocus(dpy, win, RevertToParent, e.time);
+    if (!g->IsTextEntryOpen()) {
+      // Made a round trip: the server must have moved the focus before the
+      // click can open a text entry, or the first keys typed into the entry
+      // could still go to the window that had the focus.
+      XSetInputFocus(dpy, win, RevertToParent, e.time);
+      XSync(dpy, False);
+    }
     lastX = x;
     lastY = y;
     if (e.button == Button1 && lastClickTime && e.time - lastClickTime < kDoubleClickMs && !g->IsTextEntryOpen()) {
@@ -856,9 +862,15 @@ struct IGraphicsX11::Impl {
         if (fds[1].revents & POLLIN) DrainWakePipe();
       }
       if (stop) break;
-      std::lock_guard<std::recursive_mutex> lock(g->GetLock());
-      HandlePendingEvents(false);
-      TickWhenDue(next);
+      // An exception would end the thread and the host with it: the failed
+      // event or tick is dropped and the loop goes on.
+      try {
+        std::lock_guard<std::recursive_mutex> lock(g->GetLock());
+        HandlePendingEvents(false);
+        TickWhenDue(next);
+      } catch (...) {
+        next = Clock::now() + kTimerPeriod;
+      }
     }
   }
 };

@@ -40,6 +40,7 @@ void MeasurementHistory::Write(std::vector<std::uint8_t>& h, std::int32_t start,
 }
 
 void MeasurementHistory::Resize(std::size_t count100, std::size_t count10) {
+    ++generation;
     if (timelineMode) {
         const auto e10 = static_cast<std::size_t>(std::max<std::int32_t>(end10, 0));
         const auto e100 = static_cast<std::size_t>(std::max<std::int32_t>(end100, 0));

@@ -80,6 +80,10 @@ public:
     std::int32_t end10 = 0;      // one past the newest written 10 ms index
     std::int32_t end100 = 0;     // one past the newest written 100 ms index
     std::int32_t current100 = -1;  // newest written 100 ms index, -1 when none
+    // Counts the changes that are not appends or rewrites of single steps
+    // (resizes, clears, a restored history swapped in), so that a copy made
+    // a slice at a time knows when to start again (HistorySnapshot.h).
+    std::uint64_t generation = 0;
 
     // What the newest 100 ms step replaced in the 10 ms entry that the
     // distributions read for that block (see Distributions.h).

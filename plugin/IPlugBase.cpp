@@ -57,31 +57,51 @@ void IPlugBase::WriteParams(ByteChunk& chunk) const {
 }
 
 int IPlugBase::ReadParams(const ByteChunk& chunk, int pos) {
+  ParamTail tail;
+  pos = ParseParams(chunk, pos, tail);
+  if (pos >= 0) ApplyParams(tail);
+  return pos;
+}
+
+int IPlugBase::ParseParams(const ByteChunk& chunk, int pos, ParamTail& tail) const {
   int32_t countA = 0, countB = 0, countC = 0;
   pos = chunk.GetInt32(countA, pos);
   pos = chunk.GetInt32(countB, pos);
   pos = chunk.GetInt32(countC, pos);
   if (pos < 0 || countA < 0 || countB < 0 || countC < 0) return -1;
+  // Every count must fit in what is left, before anything is read.
+  const int64_t stored = int64_t(countA) + countB + countC;
+  if (stored * 8 > int64_t(chunk.Size()) - pos) return -1;
   // Stored values beyond the current count of a group are skipped, so the
   // next group is still read from its own place.
-  std::vector<double> aux = AuxValues();
+  tail.aux = AuxValues();
   for (int32_t i = 0; i < countC && pos >= 0; ++i) {
     double v = 0.0;
     pos = chunk.GetDouble(v, pos);
-    if (pos >= 0 && size_t(i) < aux.size()) aux[size_t(i)] = v;
+    if (pos >= 0 && size_t(i) < tail.aux.size()) tail.aux[size_t(i)] = v;
   }
-  if (pos < 0) return -1;
-  SetAuxValues(aux);
-  auto readGroup = [&](int32_t stored, int first, int current) {
-    for (int32_t i = 0; i < stored && pos >= 0; ++i) {
+  tail.values.assign(size_t(NParams()), 0.0);
+  tail.present.assign(size_t(NParams()), false);
+  auto readGroup = [&](int32_t count, int first, int current) {
+    for (int32_t i = 0; i < count && pos >= 0; ++i) {
       double v = 0.0;
       pos = chunk.GetDouble(v, pos);
-      if (pos >= 0 && i < current) mParams[size_t(first + i)].Set(v);
+      if (pos >= 0 && i < current) {
+        tail.values[size_t(first + i)] = v;
+        tail.present[size_t(first + i)] = true;
+      }
     }
   };
   readGroup(countA, 0, ParamCountA());
   readGroup(countB, ParamCountA(), ParamCountB());
   return pos;
+}
+
+void IPlugBase::ApplyParams(const ParamTail& tail) {
+  SetAuxValues(tail.aux);
+  for (size_t i = 0; i < mParams.size() && i < tail.values.size(); ++i) {
+    if (tail.present[i]) mParams[i].Set(tail.values[i]);
+  }
 }
 
 std::string IPlugBase::PresetName(int index) const {
@@ -91,7 +111,7 @@ std::string IPlugBase::PresetName(int index) const {
 
 bool IPlugBase::RestorePreset(int index) {
   if (index < 0 || index >= NPresets()) return false;
-  SpinLockGuard guard(mLock);
+  std::lock_guard<std::recursive_mutex> guard(mStateMutex);
   mCurrentPreset = index;
   Preset& preset = mPresets[size_t(index)];
   if (!preset.initialized) return true;
@@ -101,7 +121,7 @@ bool IPlugBase::RestorePreset(int index) {
 }
 
 void IPlugBase::ModifyCurrentPreset() {
-  SpinLockGuard guard(mLock);
+  std::lock_guard<std::recursive_mutex> guard(mStateMutex);
   Preset& preset = mPresets[size_t(mCurrentPreset)];
   preset.state.Clear();
   preset.initialized = WriteState(preset.state);
@@ -113,7 +133,7 @@ void IPlugBase::RenameCurrentPreset(const char* name) {
 }
 
 void IPlugBase::MakeDefaultPresets(const char* name) {
-  SpinLockGuard guard(mLock);
+  std::lock_guard<std::recursive_mutex> guard(mStateMutex);
   ByteChunk state;
   const bool ok = WriteState(state);
   for (Preset& preset : mPresets) {
@@ -126,7 +146,7 @@ void IPlugBase::MakeDefaultPresets(const char* name) {
 // Bank layout: int32 preset count, int32 current preset, then per preset its
 // name (text) and its state (byte run).
 bool IPlugBase::SerializePresets(ByteChunk& chunk) {
-  SpinLockGuard guard(mLock);
+  std::lock_guard<std::recursive_mutex> guard(mStateMutex);
   chunk.PutInt32(NPresets());
   chunk.PutInt32(mCurrentPreset);
   for (const Preset& preset : mPresets) {
@@ -137,7 +157,7 @@ bool IPlugBase::SerializePresets(ByteChunk& chunk) {
 }
 
 int IPlugBase::UnserializePresets(const ByteChunk& chunk, int pos) {
-  SpinLockGuard guard(mLock);
+  std::lock_guard<std::recursive_mutex> guard(mStateMutex);
   int32_t count = 0, current = 0;
   pos = chunk.GetInt32(count, pos);
   pos = chunk.GetInt32(current, pos);

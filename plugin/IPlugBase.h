@@ -53,6 +53,18 @@ class IPlugBase {
   // The parameter tail of the state.
   void WriteParams(ByteChunk& chunk) const;
   int ReadParams(const ByteChunk& chunk, int start);
+  // ReadParams in two steps: the tail is read without touching anything
+  // (ParseParams, -1 when damaged), then stored through the constraints.
+  struct ParamTail {
+    std::vector<double> aux;
+    std::vector<double> values;  // one per current parameter; absent ones keep their value
+    std::vector<bool> present;
+  };
+  int ParseParams(const ByteChunk& chunk, int start, ParamTail& tail) const;
+  void ApplyParams(const ParamTail& tail);
+  // Called when a state chunk is refused at any level: the meter starts a
+  // fresh measurement.
+  virtual void OnStateRefused() {}
 
   // Presets.
   int NPresets() const { return static_cast<int>(mPresets.size()); }
@@ -101,6 +113,11 @@ class IPlugBase {
 
   // Lock.
   RecursiveSpinLock& Lock() { return mLock; }
+  // Serialises the state and preset calls among themselves. They run outside
+  // the plug-in lock, which they take only in short steps so that audio
+  // processing goes on while a long measurement is saved or restored. Taken
+  // before the plug-in lock, never while holding it.
+  std::recursive_mutex& StateMutex() { return mStateMutex; }
 
   // Editor seam.
   IEditor* Editor();  // creates it on first demand through the registered factory
@@ -129,6 +146,7 @@ class IPlugBase {
   std::vector<Preset> mPresets;
   int mCurrentPreset = 0;
   RecursiveSpinLock mLock;
+  std::recursive_mutex mStateMutex;
   double mSampleRate = 44100.0;
   int mBlockSize = 1024;
   HostCode mHostCode = kHostUninitialized;

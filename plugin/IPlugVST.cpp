@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <mutex>
 
 #include "plugin/Trace.h"
 #include "velorum/Version.h"
@@ -139,6 +140,26 @@ intptr_t IPlugVST::Dispatch(int32_t opcode, int32_t index, intptr_t value, void*
         break;
     }
     if (opcode < 0 || opcode > vst::effGetSpeakerArrangement) return 0;
+    // Saving and restoring may take long (a day of history): those calls
+    // hold the state mutex and take the plug-in lock themselves, in short
+    // steps, so that audio goes on meanwhile. The preset calls take the state
+    // mutex too, always before the plug-in lock.
+    std::unique_lock<std::recursive_mutex> state(StateMutex(), std::defer_lock);
+    switch (opcode) {
+      case vst::effSetProgram:
+      case vst::effGetChunk:
+      case vst::effSetChunk:
+        state.lock();
+        return DispatchLocked(opcode, index, value, ptr, opt);
+      case vst::effGetProgram:
+      case vst::effSetProgramName:
+      case vst::effGetProgramName:
+      case vst::effGetProgramNameIndexed:
+        state.lock();
+        break;
+      default:
+        break;
+    }
     SpinLockGuard guard(Lock());
     return DispatchLocked(opcode, index, value, ptr, opt);
   } catch (const std::exception&) {
@@ -362,7 +383,10 @@ intptr_t IPlugVST::GetChunk(void** data, bool isBank) {
 }
 
 intptr_t IPlugVST::SetChunk(const void* data, intptr_t size, bool isBank) {
-  if (size < 0 || (size > 0 && !data) || size > intptr_t(0x7FFFFFF0)) return 0;
+  if (size < 0 || (size > 0 && !data) || size > intptr_t(0x7FFFFFF0)) {
+    OnStateRefused();
+    return 0;
+  }
   ByteChunk& chunk = isBank ? mBankChunk : mProgramChunk;
   chunk.Assign(data, size_t(size));
   int pos = 0;
@@ -371,14 +395,17 @@ intptr_t IPlugVST::SetChunk(const void* data, intptr_t size, bool isBank) {
   if (chunk.Size() >= 4 && chunk.GetInt32(magic, 0) >= 0 && magic == kChunkMagic) {
     pos = chunk.GetInt32(version, 4);  // -1 when shorter than 8 bytes
   }
-  if (pos < 0) return 0;
-  if (version >= kChunkVersion && isBank) {
+  if (pos >= 0 && version >= kChunkVersion && isBank) {
     pos = UnserializePresets(chunk, pos);
-  } else {
+  } else if (pos >= 0) {
     pos = ReadState(chunk, pos);
     if (pos >= 0) ModifyCurrentPreset();
   }
-  if (pos < 0) return 0;
+  if (pos < 0) {
+    // Whatever the level of the refusal, the meter starts afresh.
+    OnStateRefused();
+    return 0;
+  }
   OnRestoreState();
   return 1;
 }

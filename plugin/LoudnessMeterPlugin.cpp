@@ -1,10 +1,15 @@
 #include "plugin/LoudnessMeterPlugin.h"
 
 #include <algorithm>
+#include <bit>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
+#include <limits>
 
 #include "engine/ChannelLayouts.h"
 #include "engine/DialogueGate.h"
+#include "history/HistorySnapshot.h"
 #include "plugin/VendorQuery.h"
 #include "presets/GlobalSettings.h"
 #include "presets/LoudnessStandards.h"
@@ -19,13 +24,13 @@ std::vector<ChannelIO> MeterChannelConfigs() {
   return io;
 }
 
-double RelativeGateFactor(int choice) {
+}  // namespace
+
+double LoudnessMeterPlugin::RelativeGateFactor(int choice) {
   const int n = static_cast<int>(std::size(kRelativeGateChoicesLU));
   const int lu = choice >= 0 && choice < n ? kRelativeGateChoicesLU[choice] : -10;
   return std::pow(10.0, lu / 10.0);
 }
-
-}  // namespace
 
 LoudnessMeterPlugin::LoudnessMeterPlugin(vst::HostCallback host)
     : IPlugVST(host, param::kCount, 1, MeterChannelConfigs(), kUniqueID, kEffectName, kVendorName, kProductName) {
@@ -42,15 +47,57 @@ LoudnessMeterPlugin::LoudnessMeterPlugin(vst::HostCallback host)
   // A new instance starts with the user's default preset; a state restored
   // afterwards brings its own values.
   ApplyDefaultPreset(SettingsFolder(false));
+  mKeeper = std::thread([this] { KeepHistoryRoom(); });
 }
 
-LoudnessMeterPlugin::~LoudnessMeterPlugin() { DestroyEditor(); }
+LoudnessMeterPlugin::~LoudnessMeterPlugin() {
+  {
+    std::lock_guard<std::mutex> guard(mKeeperMutex);
+    mKeeperStop = true;
+  }
+  mKeeperWake.notify_all();
+  if (mKeeper.joinable()) mKeeper.join();
+  DestroyEditor();
+}
+
+void LoudnessMeterPlugin::KeepHistoryRoom() {
+  // The audio thread reads the history under the plug-in lock and writes it
+  // under the engine mutex: the arrays are replaced holding both.
+  struct BothLocks {
+    LoudnessMeterPlugin& plug;
+    void lock() {
+      plug.Lock().Lock();
+      plug.mEngine.Mutex().lock();
+    }
+    void unlock() {
+      plug.mEngine.Mutex().unlock();
+      plug.Lock().Unlock();
+    }
+  } locks{*this};
+  // A quarter of an hour of steps: far more than the time between two looks.
+  constexpr size_t kHeadroom10 = 90000;
+  std::unique_lock<std::mutex> guard(mKeeperMutex);
+  while (!mKeeperWake.wait_for(guard, std::chrono::milliseconds(200), [this] { return mKeeperStop; })) {
+    guard.unlock();
+    try {
+      HistorySnapshot::GrowAhead(mEngine.MutableHistory(), locks, kHeadroom10);
+    } catch (...) {
+      // Out of memory: the audio thread grows the arrays itself as before.
+    }
+    guard.lock();
+  }
+}
 
 // ------------------------------------------------------------- configuration
 
 void LoudnessMeterPlugin::ApplySampleRate() {
-  double rate = SampleRate();
-  if (!(rate > 0.0) || rate > 768000.0) rate = 44100.0;
+  const double requested = SampleRate();
+  // At a rate the meter cannot measure, audio passes through and the meter
+  // keeps its last valid rate, inactive, instead of producing inf or NaN.
+  const bool supported = requested >= kMinRate && requested <= kMaxRate;
+  mRateSupported.store(supported, std::memory_order_relaxed);
+  double rate = supported ? requested : mEngineRate;
+  if (!(rate >= kMinRate && rate <= kMaxRate)) rate = 44100.0;
   if (rate != mEngineRate) {
     mEngine.SetSampleRate(rate);
     mEngineRate = rate;
@@ -248,7 +295,8 @@ void LoudnessMeterPlugin::ResetMeasurementCore(bool clearPosition) {
   mTransport.ClearBlockFlags();
   mResetTimeOfDay = LocalTimeOfDaySeconds();
   mTransport.systemStartSeconds = mResetTimeOfDay;
-  ++mResetCounter;
+  mResetCounter = mResetCounter < std::numeric_limits<int32_t>::max() ? mResetCounter + 1 : 0;
+  mNonFinite.store(0, std::memory_order_relaxed);
   mRestoredShown = false;
   mStoredReadings = MeterReadings{};
   mSampleOffset = 0;
@@ -323,8 +371,46 @@ void LoudnessMeterPlugin::ProcessBlock(double** inputs, double** outputs, int fr
   mInProcess.store(0);
 }
 
+std::string LoudnessMeterPlugin::StatusLine() const {
+  if (RateSupported()) return {};
+  char text[160];
+  std::snprintf(text, sizeof text, "METER INACTIVE: HOST SAMPLE RATE %.0f HZ IS OUTSIDE 8 TO 768 KHZ",
+                SampleRate());
+  return text;
+}
+
+double** LoudnessMeterPlugin::FiniteInputs(double** inputs, int frames) {
+  constexpr uint64_t kExponent = 0x7FF0000000000000ull;
+  const int channels = std::min(mConnectedInputs, kMaxChannels);
+  int64_t found = 0;
+  for (int c = 0; c < channels; ++c) {
+    const double* in = inputs[c];
+    if (!in) continue;
+    int64_t bad = 0;
+    for (int i = 0; i < frames; ++i) bad += (std::bit_cast<uint64_t>(in[i]) & kExponent) == kExponent;
+    if (bad == 0) continue;
+    if (found == 0) {
+      // A rare event: the clean copies are made only when it happens.
+      mCleanInputs.resize(size_t(channels));
+      mCleanPins.assign(inputs, inputs + channels);
+    }
+    found += bad;
+    std::vector<double>& clean = mCleanInputs[size_t(c)];
+    if (clean.size() < size_t(frames)) clean.resize(size_t(frames));
+    for (int i = 0; i < frames; ++i) clean[size_t(i)] = std::isfinite(in[i]) ? in[i] : 0.0;
+    mCleanPins[size_t(c)] = clean.data();
+  }
+  if (found == 0) return inputs;
+  mNonFinite.fetch_add(found, std::memory_order_relaxed);
+  return mCleanPins.data();
+}
+
 void LoudnessMeterPlugin::MeasureBlock(double** inputs, int frames) {
   SpinLockGuard guard(Lock());
+  if (!RateSupported()) return;
+  // Non-finite samples (a glitch upstream) are measured as silence, so one of
+  // them cannot poison the filters and the running sums.
+  inputs = FiniteInputs(inputs, std::max(frames, 0));
   ApplyConfiguration();
   mEngine.SetInputCount(mConnectedInputs);
 
@@ -474,6 +560,17 @@ intptr_t LoudnessMeterPlugin::VendorQuery(int32_t index, intptr_t /*value*/, voi
         case kReadingWarmUp: request->value = HistogramWarmUp() ? 1.0 : 0.0; break;
         case kReadingSuspended: request->value = Suspended() ? 1.0 : 0.0; break;
         case kReadingInProcess: request->value = InProcess() ? 1.0 : 0.0; break;
+        case kReadingNonFinite: request->value = static_cast<double>(NonFiniteSamples()); break;
+        case kReadingStateHoldMaxUs:
+          request->value = static_cast<double>(mStateHoldMaxNs.load(std::memory_order_relaxed)) / 1000.0;
+          break;
+        case kReadingStateHoldMaxCpuUs:
+          request->value = static_cast<double>(mStateHoldMaxCpuNs.load(std::memory_order_relaxed)) / 1000.0;
+          break;
+        case kReadingSnapshotSlice:
+          request->value = static_cast<double>(mSnapshotSliceMax.load(std::memory_order_relaxed));
+          break;
+        case kReadingRateSupported: request->value = RateSupported() ? 1.0 : 0.0; break;
         default:
           if (request->index >= kReadingPeakHold0 && request->index < kReadingPeakHold0 + kMaxChannels) {
             request->value = mPeaks.Hold(request->index - kReadingPeakHold0);

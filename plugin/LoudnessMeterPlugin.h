@@ -6,9 +6,11 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/LoudnessEngine.h"
@@ -45,6 +47,8 @@ struct MeterReadings {
   double speechContent = 0.0;
 };
 
+struct ParsedMeterState;
+
 class LoudnessMeterPlugin : public IPlugVST {
  public:
   explicit LoudnessMeterPlugin(vst::HostCallback host);
@@ -53,6 +57,7 @@ class LoudnessMeterPlugin : public IPlugVST {
   // IPlugBase
   bool WriteState(ByteChunk& chunk) override;
   int ReadState(const ByteChunk& chunk, int start) override;
+  void OnStateRefused() override;
   void ProcessBlock(double** inputs, double** outputs, int frames) override;
   void OnReset() override;
   void OnParamChange(int index) override;
@@ -104,6 +109,15 @@ class LoudnessMeterPlugin : public IPlugVST {
   // Names saved with the measurement (UTF-8).
   void SetTitle(std::string title) { mTitle = std::move(title); }
   void SetNotes(std::string notes) { mNotes = std::move(notes); }
+  // Host sample rates the meter measures at; outside them audio passes
+  // through and the meter stays inactive.
+  static constexpr double kMinRate = 8000.0;
+  static constexpr double kMaxRate = 768000.0;
+  bool RateSupported() const { return mRateSupported.load(std::memory_order_relaxed); }
+  // A line for the editor's status: empty while the meter measures normally.
+  std::string StatusLine() const;
+  // Non-finite input samples measured as silence since the last reset.
+  int64_t NonFiniteSamples() const { return mNonFinite.load(std::memory_order_relaxed); }
 
  protected:
   void OnChannelConfigChanged() override;
@@ -115,6 +129,35 @@ class LoudnessMeterPlugin : public IPlugVST {
   int ConfigurationFor(int requested) const;
   bool HistoryIncluded() const;
   MeterReadings EngineReadings() const;
+  static double RelativeGateFactor(int choice);
+  // State writing and reading (MeterState.cpp).
+  void WriteStateHead(ByteChunk& chunk, bool& included, bool& compress);
+  void WriteStateTail(ByteChunk& chunk);
+  void ApplyParsedState(ParsedMeterState& s);
+  int64_t MeasuredSampleCount() const;
+  void NoteSnapshot(size_t largestSlice);
+  // The plug-in lock as state calls take it: held for short steps only, the
+  // longest hold is kept for tests and benchmarks.
+  class StateHold {
+   public:
+    explicit StateHold(LoudnessMeterPlugin& plug);
+    ~StateHold();
+    StateHold(const StateHold&) = delete;
+    StateHold& operator=(const StateHold&) = delete;
+
+   private:
+    LoudnessMeterPlugin& mPlug;
+    SpinLockGuard mGuard;
+    int64_t mStart;
+    int64_t mStartCpu;
+  };
+  // A helper thread that gives the history room to grow before the audio
+  // thread runs out of it, so that the audio thread never copies a long
+  // history into a larger buffer.
+  void KeepHistoryRoom();
+  // Input channels with every non-finite sample of the block replaced by
+  // silence, or `inputs` itself when the block is clean.
+  double** FiniteInputs(double** inputs, int frames);
 
   LoudnessEngine mEngine;
   LoudnessDistribution mLoudness;
@@ -127,7 +170,17 @@ class LoudnessMeterPlugin : public IPlugVST {
   std::atomic<uint8_t> mInProcess{0};
   std::atomic<uint8_t> mSuspended{0};
   std::atomic<bool> mWarmUp{true};
-  std::atomic<bool> mSizing{false};
+  std::atomic<bool> mRateSupported{true};
+  std::atomic<int64_t> mNonFinite{0};
+  std::atomic<int64_t> mStateHoldMaxNs{0};     // wall clock
+  std::atomic<int64_t> mStateHoldMaxCpuNs{0};  // the holding thread's own time
+  std::atomic<int64_t> mSnapshotSliceMax{0};
+  std::vector<std::vector<double>> mCleanInputs;  // FiniteInputs' buffers
+  std::vector<double*> mCleanPins;
+  std::mutex mKeeperMutex;
+  std::condition_variable mKeeperWake;
+  bool mKeeperStop = false;
+  std::thread mKeeper;  // last: started when everything it uses exists
   std::atomic<int> mShownStandard{29};
   mutable std::mutex mShownCustomLock;  // the editor reads the name while the host may restore a state
   std::string mShownCustom;

@@ -1,9 +1,14 @@
 // WriteState and ReadState of the meter; the layout is described in MeterState.h.
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cmath>
+#include <ctime>
+#include <memory>
+#include <mutex>
 
 #include "engine/ChannelLayouts.h"
+#include "history/HistorySnapshot.h"
 #include "plugin/HistorySerializer.h"
 #include "plugin/LoudnessMeterPlugin.h"
 #include "plugin/MeterState.h"
@@ -12,13 +17,9 @@
 
 namespace velorum {
 
-namespace {
-
-double Finite(double v, double fallback) { return std::isfinite(v) ? v : fallback; }
-
-// Everything of a state body that is not applied until the whole body has
-// been read successfully.
-struct ParsedState {
+// Everything of a state body, read without touching the plug-in and applied
+// only when the whole body has been read successfully.
+struct ParsedMeterState {
   int32_t version = 0;
   MeterReadings readings;
   int64_t measuredSamples = 0;
@@ -27,7 +28,7 @@ struct ParsedState {
   double sampleRate = 44100.0;
   bool compressed = false;
   bool historyIncluded = false;
-  MeasurementHistory history;
+  LoudnessEngine::PreparedHistory prepared;
   int32_t jumpCount = 0;
   std::string title, notes;
   std::vector<double> channelPeaks;
@@ -40,111 +41,23 @@ struct ParsedState {
   bool resetPending = false;
   int32_t abActive = 0;
   std::vector<uint8_t> abBlob;
+  IPlugBase::ParamTail params;
 };
 
-}  // namespace
+namespace {
 
-bool LoudnessMeterPlugin::HistoryIncluded() const {
-  const int mode = GetParam(param::kGraphSaving)->IntValue();
-  return mode == 1 || (mode == 2 && GetParam(param::kGraphSavingKey)->IntValue() == 1);
-}
+double Finite(double v, double fallback) { return std::isfinite(v) ? v : fallback; }
 
-bool LoudnessMeterPlugin::WriteState(ByteChunk& chunk) {
-  SpinLockGuard guard(Lock());
-  // Size the chunk once so that the real write does not reallocate.
-  if (!mSizing.exchange(true)) {
-    ByteChunk scratch;
-    WriteState(scratch);
-    chunk.Reserve(size_t(chunk.Size()) + size_t(scratch.Size()) + 256);
-    mSizing.store(false);
-  }
-  const MeterReadings r = Readings();
-  const int64_t measured = mRestoredShown ? mStoredMeasuredSamples : mEngine.MeasuredSamples() + mSampleOffset;
+// Counters read from a state stay far from the ends of their types, so that
+// they can be counted on.
+constexpr int32_t kMaxCounter32 = 1000000000;
+constexpr int64_t kMaxCounter64 = int64_t(1) << 60;
 
-  chunk.PutInt32(kVersionDecimal);
-  for (double v : {r.integrated, r.loudnessRange, r.loudnessRangeLow, r.loudnessRangeHigh, r.plr, r.momentaryMax,
-                   r.shortTermMax, r.truePeakMax, r.integratedDialogue}) {
-    chunk.PutDouble(v);
-  }
-  chunk.PutInt64(measured);
-  chunk.PutInt32(mResetTimeOfDay);
-  chunk.PutInt32(mResetCounter);
-  chunk.PutDouble(mEngineRate);
+double ValidRate(double rate) { return rate > 0.0 && rate <= 768000.0 ? rate : 44100.0; }
 
-  const bool included = HistoryIncluded();
-  chunk.PutByte(1);
-  chunk.PutByte(0);
-  chunk.PutByte(mCompressHistory ? 1 : 0);
-  chunk.PutByte(included ? 1 : 0);
-  if (included) {
-    EngineLock lock(mEngine.Mutex());
-    HistorySerializer::Write(mEngine.History(), chunk, mCompressHistory);
-  }
-  chunk.PutText(LayoutAt(mConfiguration).name);
-  chunk.PutDouble(r.speechContent);
-
-  chunk.PutInt32(mTransport.jumpCount);
-  chunk.PutByteRun({reinterpret_cast<const uint8_t*>(mTitle.data()), mTitle.size()});
-  chunk.PutByteRun({reinterpret_cast<const uint8_t*>(mNotes.data()), mNotes.size()});
-
-  std::vector<double> peaks(kMaxChannels);
-  for (int c = 0; c < kMaxChannels; ++c) {
-    peaks[size_t(c)] = mRestoredShown ? mStoredChannelPeaks[size_t(c)] : mEngine.ChannelTruePeakMax(c);
-  }
-  chunk.PutDoubleArray(peaks);
-
-  const std::vector<uint16_t> setup = {
-      static_cast<uint16_t>(mConfiguration), static_cast<uint16_t>(LayoutAt(mConfiguration).channelCount),
-      static_cast<uint16_t>(mEngine.EcoMode() ? 1 : 0), static_cast<uint16_t>(mEngine.MomentaryWindowMs())};
-  const std::vector<uint16_t> dialogue = {
-      static_cast<uint16_t>(std::lround(std::clamp(r.speechContent, 0.0, 1.0) * 10000.0))};
-  chunk.PutU16Array(setup);
-  chunk.PutU16Array(dialogue);
-
-  chunk.PutText(HistogramModeName(mTransport.mode));
-  chunk.PutInt64(mTransport.position);
-  chunk.PutInt64(0);
-  chunk.PutInt64(0);
-  chunk.PutDouble(static_cast<double>(mTransport.systemOffsetSeconds));
-  chunk.PutInt64(mTransport.systemStartSeconds);
-
-  const int shown = ShownStandard();
-  chunk.PutText(ShownPresetText(false));
-  chunk.PutText(ShownPresetText(true));
-  chunk.PutText(LayoutAt(mConfiguration).name);
-  chunk.PutInt32(56);
-  chunk.PutInt64(measured);
-  chunk.PutInt64(mTransport.position);
-  chunk.PutInt64(mResetTimeOfDay);
-  chunk.PutInt64(mResetCounter);
-  chunk.PutInt64(mTransport.jumpCount);
-  chunk.PutInt64(shown);
-  chunk.PutDouble(mEngineRate);
-  chunk.PutInt32(mConfiguration);
-  chunk.PutInt32(mTransport.mode);
-  std::vector<uint32_t> samplePeaks(kMaxChannels);
-  for (int c = 0; c < kMaxChannels; ++c) samplePeaks[size_t(c)] = std::bit_cast<uint32_t>(mPeaks.Maximum(c));
-  chunk.PutU32Array(samplePeaks);
-
-  chunk.PutByte(mTransport.resetPending ? 1 : 0);
-
-  const int32_t active = GetParam(param::kABState)->IntValue();
-  chunk.PutInt32(active);
-  chunk.PutByteRun(mABBlobs[active != 0 ? 0 : 1]);
-
-  WriteParams(chunk);
-  return true;
-}
-
-int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
-  SpinLockGuard guard(Lock());
+// Sections 1 to 6 and the history flags.
+int ParseHead(const ByteChunk& chunk, int pos, ParsedMeterState& s) {
   namespace sv = state_version;
-  ParsedState s;
-  pos = chunk.GetInt32(s.version, pos);
-  if (pos < 0 || s.version > kVersionDecimal || s.version < sv::kOldest) {
-    ResetMeasurementCore(true);
-    return -1;
-  }
   MeterReadings& r = s.readings;
   for (double* v : {&r.integrated, &r.loudnessRange, &r.loudnessRangeLow, &r.loudnessRangeHigh, &r.plr,
                     &r.momentaryMax, &r.shortTermMax, &r.truePeakMax, &r.integratedDialogue}) {
@@ -160,7 +73,6 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
   pos = chunk.GetInt32(s.resetTimeOfDay, pos);
   pos = chunk.GetInt32(s.resetCounter, pos);
   pos = chunk.GetDouble(s.sampleRate, pos);
-
   uint8_t one = 0, zero = 0, compressed = 0, included = 0;
   pos = chunk.GetByte(one, pos);
   pos = chunk.GetByte(zero, pos);
@@ -168,11 +80,12 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
   pos = chunk.GetByte(included, pos);
   s.compressed = compressed != 0;
   s.historyIncluded = included != 0;
-  if (pos >= 0 && s.historyIncluded) pos = HistorySerializer::Read(chunk, pos, s.compressed, s.history);
-  std::string layoutName;
-  pos = chunk.GetText(layoutName, pos);
-  pos = chunk.GetDouble(r.speechContent, pos);
+  return pos;
+}
 
+// Sections 8 to 15.
+int ParseTail(const ByteChunk& chunk, int pos, ParsedMeterState& s) {
+  namespace sv = state_version;
   if (s.version >= sv::kJumpCounter) pos = chunk.GetInt32(s.jumpCount, pos);
   if (s.version >= sv::kTexts) {
     std::vector<uint8_t> bytes;
@@ -230,60 +143,233 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
     pos = chunk.GetInt32(s.abActive, pos);
     pos = chunk.GetByteRun(s.abBlob, pos);
   }
-  // The parameter tail is read into the live parameters: keep a copy to put
-  // back when the tail turns out to be damaged.
-  std::vector<double> saved(static_cast<size_t>(NParams()));
-  for (int i = 0; i < NParams(); ++i) saved[size_t(i)] = ParamValue(i);
-  const std::vector<double> savedAux = AuxValues();
-  if (pos >= 0) pos = ReadParams(chunk, pos);
+  return pos;
+}
+
+// Values read from a state made safe to show and to count on.
+void Sanitise(ParsedMeterState& s) {
+  MeterReadings& r = s.readings;
+  r.integrated = Finite(r.integrated, -120.0);
+  r.loudnessRange = Finite(r.loudnessRange, 0.0);
+  r.loudnessRangeLow = Finite(r.loudnessRangeLow, -120.0);
+  r.loudnessRangeHigh = Finite(r.loudnessRangeHigh, -120.0);
+  r.plr = Finite(r.plr, 0.0);
+  r.momentaryMax = Finite(r.momentaryMax, -120.0);
+  r.shortTermMax = Finite(r.shortTermMax, -120.0);
+  r.truePeakMax = Finite(r.truePeakMax, -120.0);
+  r.integratedDialogue = Finite(r.integratedDialogue, -120.0);
+  r.speechContent = std::clamp(Finite(r.speechContent, 0.0), 0.0, 1.0);
+  s.sampleRate = ValidRate(s.sampleRate);
+  s.measuredSamples = std::clamp<int64_t>(s.measuredSamples, 0, kMaxCounter64);
+  s.position = std::clamp<int64_t>(s.position, 0, kMaxCounter64);
+  s.resetTimeOfDay = std::clamp(s.resetTimeOfDay, 0, 86399);
+  s.resetCounter = std::clamp(s.resetCounter, 0, kMaxCounter32);
+  s.jumpCount = std::clamp(s.jumpCount, 0, kMaxCounter32);
+  for (double& p : s.channelPeaks) p = Finite(p, -120.0);
+  s.channelPeaks.resize(kMaxChannels, -120.0);
+}
+
+void CopyCounts(Distribution& to, const Distribution& from) {
+  to.bins = from.bins;
+  to.lastIndex = from.lastIndex;
+  to.previousIndex = from.previousIndex;
+  to.redraw.store(true, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+bool LoudnessMeterPlugin::HistoryIncluded() const {
+  const int mode = GetParam(param::kGraphSaving)->IntValue();
+  return mode == 1 || (mode == 2 && GetParam(param::kGraphSavingKey)->IntValue() == 1);
+}
+
+// Saving: the small sections are written under the plug-in lock; the history
+// is copied a slice at a time and compressed with no lock held, so the audio
+// thread never waits for more than one slice.
+bool LoudnessMeterPlugin::WriteState(ByteChunk& chunk) {
+  std::lock_guard<std::recursive_mutex> state(StateMutex());
+  ByteChunk head, tail;
+  bool included = false, compress = true;
+  {
+    const StateHold hold(*this);
+    WriteStateHead(head, included, compress);
+    WriteStateTail(tail);
+  }
+  ByteChunk history;
+  if (included) {
+    MeasurementHistory copy;
+    const HistorySnapshot::Stats stats = HistorySnapshot::Take(mEngine.History(), mEngine.Mutex(), copy);
+    NoteSnapshot(stats.largestSlice);
+    HistorySerializer::Write(copy, history, compress);
+  }
+  // The A/B blob only changes under the state mutex.
+  const int32_t active = GetParam(param::kABState)->IntValue();
+  ByteChunk ab;
+  ab.PutInt32(active);
+  ab.PutByteRun(mABBlobs[active != 0 ? 0 : 1]);
+  ByteChunk params;
+  {
+    const StateHold hold(*this);
+    WriteParams(params);
+  }
+  chunk.Reserve(size_t(chunk.Size()) + size_t(head.Size()) + size_t(history.Size()) + size_t(tail.Size()) +
+                size_t(ab.Size()) + size_t(params.Size()) + 256);
+  for (const ByteChunk* part : {&head, &history, &tail, &ab, &params}) chunk.PutRaw(part->Data(), size_t(part->Size()));
+  return true;
+}
+
+void LoudnessMeterPlugin::WriteStateHead(ByteChunk& chunk, bool& included, bool& compress) {
+  const MeterReadings r = Readings();
+  chunk.PutInt32(kVersionDecimal);
+  for (double v : {r.integrated, r.loudnessRange, r.loudnessRangeLow, r.loudnessRangeHigh, r.plr, r.momentaryMax,
+                   r.shortTermMax, r.truePeakMax, r.integratedDialogue}) {
+    chunk.PutDouble(v);
+  }
+  chunk.PutInt64(MeasuredSampleCount());
+  chunk.PutInt32(mResetTimeOfDay);
+  chunk.PutInt32(mResetCounter);
+  chunk.PutDouble(mEngineRate);
+  included = HistoryIncluded();
+  compress = mCompressHistory;
+  chunk.PutByte(1);
+  chunk.PutByte(0);
+  chunk.PutByte(compress ? 1 : 0);
+  chunk.PutByte(included ? 1 : 0);
+}
+
+void LoudnessMeterPlugin::WriteStateTail(ByteChunk& chunk) {
+  const MeterReadings r = Readings();
+  const int64_t measured = MeasuredSampleCount();
+  chunk.PutText(LayoutAt(mConfiguration).name);
+  chunk.PutDouble(r.speechContent);
+
+  chunk.PutInt32(mTransport.jumpCount);
+  chunk.PutByteRun({reinterpret_cast<const uint8_t*>(mTitle.data()), mTitle.size()});
+  chunk.PutByteRun({reinterpret_cast<const uint8_t*>(mNotes.data()), mNotes.size()});
+
+  std::vector<double> peaks(kMaxChannels);
+  for (int c = 0; c < kMaxChannels; ++c) {
+    peaks[size_t(c)] = mRestoredShown ? mStoredChannelPeaks[size_t(c)] : mEngine.ChannelTruePeakMax(c);
+  }
+  chunk.PutDoubleArray(peaks);
+
+  const std::vector<uint16_t> setup = {
+      static_cast<uint16_t>(mConfiguration), static_cast<uint16_t>(LayoutAt(mConfiguration).channelCount),
+      static_cast<uint16_t>(mEngine.EcoMode() ? 1 : 0), static_cast<uint16_t>(mEngine.MomentaryWindowMs())};
+  const std::vector<uint16_t> dialogue = {
+      static_cast<uint16_t>(std::lround(std::clamp(r.speechContent, 0.0, 1.0) * 10000.0))};
+  chunk.PutU16Array(setup);
+  chunk.PutU16Array(dialogue);
+
+  chunk.PutText(HistogramModeName(mTransport.mode));
+  chunk.PutInt64(mTransport.position);
+  chunk.PutInt64(0);
+  chunk.PutInt64(0);
+  chunk.PutDouble(static_cast<double>(mTransport.systemOffsetSeconds));
+  chunk.PutInt64(mTransport.systemStartSeconds);
+
+  const int shown = ShownStandard();
+  chunk.PutText(ShownPresetText(false));
+  chunk.PutText(ShownPresetText(true));
+  chunk.PutText(LayoutAt(mConfiguration).name);
+  chunk.PutInt32(56);
+  chunk.PutInt64(measured);
+  chunk.PutInt64(mTransport.position);
+  chunk.PutInt64(mResetTimeOfDay);
+  chunk.PutInt64(mResetCounter);
+  chunk.PutInt64(mTransport.jumpCount);
+  chunk.PutInt64(shown);
+  chunk.PutDouble(mEngineRate);
+  chunk.PutInt32(mConfiguration);
+  chunk.PutInt32(mTransport.mode);
+  std::vector<uint32_t> samplePeaks(kMaxChannels);
+  for (int c = 0; c < kMaxChannels; ++c) samplePeaks[size_t(c)] = std::bit_cast<uint32_t>(mPeaks.Maximum(c));
+  chunk.PutU32Array(samplePeaks);
+
+  chunk.PutByte(mTransport.resetPending ? 1 : 0);
+}
+
+int64_t LoudnessMeterPlugin::MeasuredSampleCount() const {
+  return mRestoredShown ? mStoredMeasuredSamples : mEngine.MeasuredSamples() + mSampleOffset;
+}
+
+// Restoring: the body is read, decompressed and checked, and the history's
+// sums and distributions rebuilt, with no lock held; the result is swapped in
+// under the plug-in lock in a time that does not grow with the history.
+int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
+  std::lock_guard<std::recursive_mutex> state(StateMutex());
+  auto s = std::make_unique<ParsedMeterState>();
+  pos = chunk.GetInt32(s->version, pos);
+  if (pos < 0 || s->version > kVersionDecimal || s->version < state_version::kOldest) pos = -1;
+  pos = ParseHead(chunk, pos, *s);
+  if (pos >= 0 && s->historyIncluded) {
+    HistoryLimits limits;
+    const double step10 = std::floor(ValidRate(s->sampleRate) / 100.0);
+    limits.measuredSteps10 = s->measuredSamples > 0 ? int64_t(double(s->measuredSamples) / step10) : 0;
+    pos = HistorySerializer::Read(chunk, pos, s->compressed, s->prepared.history, limits);
+  }
+  std::string layoutName;
+  pos = chunk.GetText(layoutName, pos);
+  pos = chunk.GetDouble(s->readings.speechContent, pos);
+  pos = ParseTail(chunk, pos, *s);
+  if (pos >= 0) pos = ParseParams(chunk, pos, s->params);
   if (pos < 0) {
-    for (int i = 0; i < NParams(); ++i) GetParam(i)->Set(saved[size_t(i)]);
-    SetAuxValues(savedAux);
-    ResetMeasurementCore(true);
+    OnStateRefused();
     return -1;
   }
-
-  // Everything was read: apply it.
-  if (!(s.sampleRate > 0.0 && s.sampleRate <= 768000.0)) s.sampleRate = 44100.0;
-  ApplyEngineSettings();
-  ApplyConfiguration();
-  ResetMeasurementCore(true);
-  if (s.historyIncluded) {
-    mPristine = false;
-    {
-      EngineLock lock(mEngine.Mutex());
-      s.history.timelineMode = mEngine.TimelineMode();
-      mEngine.MutableHistory() = std::move(s.history);
+  Sanitise(*s);
+  // A restored state never starts the calibration signal.
+  if (size_t(param::kGenerator) < s->params.values.size()) {
+    s->params.values[size_t(param::kGenerator)] = CalibrationSource::kOff;
+    s->params.present[size_t(param::kGenerator)] = true;
+  }
+  LoudnessDistribution loudness;
+  TruePeakDistribution truePeak;
+  DynamicsDistribution dynamics;
+  if (s->historyIncluded) {
+    const auto gate = size_t(param::kRelativeGate);
+    s->prepared.relativeGate = RelativeGateFactor(
+        s->params.present[gate] ? GetParam(param::kRelativeGate)->Constrain(s->params.values[gate])
+                                : GetParam(param::kRelativeGate)->Value());
+    LoudnessEngine::PrepareHistory(s->prepared);
+    loudness.Rebuild(s->prepared.history);
+    truePeak.Rebuild(s->prepared.history);
+    dynamics.Rebuild(s->prepared.history);
+  }
+  {
+    const StateHold hold(*this);
+    ApplyParams(s->params);
+    ApplyEngineSettings();
+    ApplyConfiguration();
+    ResetMeasurementCore(true);
+    if (s->historyIncluded) {
+      mPristine = false;
+      mEngine.AdoptHistory(s->prepared);
+      {
+        EngineLock lock(mEngine.Mutex());
+        mEngine.MutableHistory().timelineMode = mEngine.TimelineMode();
+      }
+      CopyCounts(mLoudness, loudness);
+      CopyCounts(mTruePeak, truePeak);
+      CopyCounts(mDynamics, dynamics);
     }
-    mEngine.RebuildFromHistory();
-    EngineLock lock(mEngine.Mutex());
-    mLoudness.Rebuild(mEngine.History());
-    mTruePeak.Rebuild(mEngine.History());
-    mDynamics.Rebuild(mEngine.History());
+    ApplyParsedState(*s);
   }
-  auto finite = [](double v, double fallback) { return Finite(v, fallback); };
-  r.integrated = finite(r.integrated, -120.0);
-  r.loudnessRange = finite(r.loudnessRange, 0.0);
-  r.loudnessRangeLow = finite(r.loudnessRangeLow, -120.0);
-  r.loudnessRangeHigh = finite(r.loudnessRangeHigh, -120.0);
-  r.plr = finite(r.plr, 0.0);
-  r.momentaryMax = finite(r.momentaryMax, -120.0);
-  r.shortTermMax = finite(r.shortTermMax, -120.0);
-  r.truePeakMax = finite(r.truePeakMax, -120.0);
-  r.integratedDialogue = finite(r.integratedDialogue, -120.0);
-  r.speechContent = std::clamp(finite(r.speechContent, 0.0), 0.0, 1.0);
-  mStoredReadings = r;
-  mStoredMeasuredSamples = std::max<int64_t>(0, s.measuredSamples);
-  mStoredChannelPeaks.assign(kMaxChannels, -120.0);
-  for (size_t c = 0; c < s.channelPeaks.size() && c < size_t(kMaxChannels); ++c) {
-    mStoredChannelPeaks[c] = finite(s.channelPeaks[c], -120.0);
-  }
+  // The replaced measurement is freed here, with no lock held.
+  s.reset();
+  return pos;
+}
+
+void LoudnessMeterPlugin::ApplyParsedState(ParsedMeterState& s) {
+  mStoredReadings = s.readings;
+  mStoredMeasuredSamples = s.measuredSamples;
+  mStoredChannelPeaks = s.channelPeaks;
   mRestoredShown = true;
-  mResetTimeOfDay = std::clamp(s.resetTimeOfDay, 0, 86399);
+  mResetTimeOfDay = s.resetTimeOfDay;
   mResetCounter = s.resetCounter;
   GetParam(param::kResetTimeOfDay)->Set(mResetTimeOfDay);
   mTransport.jumpCount = s.jumpCount;
-  mTransport.position = std::max<int64_t>(0, s.position);
+  mTransport.position = s.position;
   mTransport.systemOffsetSeconds = s.systemOffsetSeconds;
   mTransport.systemStartSeconds = s.systemStartSeconds;
   mTransport.resetPending = s.resetPending;
@@ -299,10 +385,55 @@ int LoudnessMeterPlugin::ReadState(const ByteChunk& chunk, int pos) {
     maxima[c] = std::bit_cast<float>(s.samplePeaks[c]);
   }
   mPeaks.RestoreMaxima(maxima.data(), kMaxChannels);
-  mABBlobs[s.abActive != 0 ? 0 : 1] = std::move(s.abBlob);
+  mABBlobs[s.abActive != 0 ? 0 : 1].swap(s.abBlob);
   GetParam(param::kElapsedSeconds)->Set(static_cast<double>(mTransport.position) / mEngineRate);
   mWarmUp.store(false, std::memory_order_relaxed);
-  return pos;
+}
+
+void LoudnessMeterPlugin::OnStateRefused() {
+  const StateHold hold(*this);
+  ResetMeasurementCore(true);
+  SetAllEditorControlsDirty();
+}
+
+void LoudnessMeterPlugin::NoteSnapshot(size_t largestSlice) {
+  const auto slice = static_cast<int64_t>(largestSlice);
+  if (slice > mSnapshotSliceMax.load(std::memory_order_relaxed)) mSnapshotSliceMax.store(slice);
+}
+
+namespace {
+
+// Time on the calling thread's own clock, so that a hold is measured by the
+// work done in it and not by the time a loaded machine preempted the thread
+// (the steady clock where there is no thread clock).
+int64_t ThreadNowNs() {
+#if defined(CLOCK_THREAD_CPUTIME_ID) && !defined(_WIN32)
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
+#else
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+#endif
+}
+
+int64_t WallNowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+void KeepMax(std::atomic<int64_t>& max, int64_t v) {
+  if (v > max.load(std::memory_order_relaxed)) max.store(v, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+LoudnessMeterPlugin::StateHold::StateHold(LoudnessMeterPlugin& plug)
+    : mPlug(plug), mGuard(plug.Lock()), mStart(WallNowNs()), mStartCpu(ThreadNowNs()) {}
+
+LoudnessMeterPlugin::StateHold::~StateHold() {
+  KeepMax(mPlug.mStateHoldMaxNs, WallNowNs() - mStart);
+  KeepMax(mPlug.mStateHoldMaxCpuNs, ThreadNowNs() - mStartCpu);
 }
 
 }  // namespace velorum

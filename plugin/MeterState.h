@@ -35,7 +35,13 @@
 //     A doubles (parameters 0..A-1); B doubles (parameters A..A+B-1)
 //
 // A version above the reader's own or below 20000 is refused; a refused or
-// unreadable state changes nothing but resets the measurement.
+// unreadable state changes nothing but resets the measurement. A restored
+// state always leaves the calibration signal off, and its counters are
+// clamped far from the ends of their types.
+//
+// Neither call holds the plug-in lock for long: WriteState takes it for the
+// small sections and copies the history a slice at a time; ReadState parses,
+// decompresses and sums the history with no lock held and swaps it in.
 #pragma once
 
 #include <cstdint>

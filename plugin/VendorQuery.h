@@ -44,6 +44,11 @@ enum VendorReading : int32_t {
   kReadingWarmUp = 11,         // 1 while the histograms warm up
   kReadingSuspended = 12,
   kReadingInProcess = 13,      // 1 while a processing call runs (never seen from a dispatcher call)
+  kReadingNonFinite = 14,      // non-finite input samples measured as silence since the reset
+  kReadingStateHoldMaxUs = 15, // longest hold of the plug-in lock by a state call, microseconds
+  kReadingSnapshotSlice = 16,  // most history entries of one array a state save copied under one hold
+  kReadingRateSupported = 17,  // 0 while the host's sample rate is outside what the meter measures
+  kReadingStateHoldMaxCpuUs = 18,  // the same hold as 15 on the holding thread's own clock, microseconds
   kReadingPeakHold0 = 100,     // 100 + channel: held sample peak (linear)
 };
 

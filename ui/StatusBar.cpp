@@ -59,9 +59,13 @@ void StatusBar::Draw(tgraphics& g) {
              std::to_string(static_cast<int>(e.SampleRate())) + " Hz";
     if (m.Param(param::kGenerator) >= 0.5) source += "  CALIBRATION SIGNAL ON";
   }
+  // A host rate the meter cannot measure at: the audio passes, the meter says why it stands still.
+  const bool inactive = !m.ShowingFile() && !m.Plugin().RateSupported();
+  if (inactive) source = m.Plugin().StatusLine();
   const double half = r.W() * 0.5;
-  DrawLabel(g, source, r.L + 8.0, r.T, half - 16.0, r.H(), size, m.Plugin().Measuring() || m.ShowingFile() ? t.dim : t.warn,
-            tg_align::left, "OpenSans-Regular");
+  DrawLabel(g, source, r.L + 8.0, r.T, inactive ? r.W() - 16.0 : half - 16.0, r.H(), size,
+            (m.Plugin().Measuring() || m.ShowingFile()) && !inactive ? t.dim : t.warn, tg_align::left,
+            "OpenSans-Regular");
   if (mProgress >= 0) {
     const double x = r.L + half, w = 100.0, y = r.T + r.H() / 2.0 - 3.0;
     g.new_path();

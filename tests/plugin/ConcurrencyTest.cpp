@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "MeterHost.h"
@@ -72,6 +73,49 @@ TEST(Concurrency, DispatcherCallsNeverOverlapProcessing) {
   EXPECT_EQ(overlaps, 0);
   EXPECT_GE(calls, 60);
   EXPECT_GE(blocks.load(), 50);
+}
+
+// A host thread saving and restoring an hour of history while audio runs:
+// the state calls take the plug-in lock only for their small sections and
+// copy the history a bounded slice at a time, so the audio callback never
+// waits for a whole history. The bound is checked on the plug-in's own
+// account of its lock holds, not on the clock.
+TEST(Concurrency, StateCallsWithAnHourOfHistoryHoldTheAudioPathOnlyForSlices) {
+  constexpr int kHistogramMode = 172, kTimeCode = 1;
+  constexpr double kSlice = 32768;  // entries per array and hold (HistorySnapshot::kSlice10)
+  MeterHost meter(48000.0, 2);
+  harness::HostedPlugin& h = meter.Host();
+  meter.SetParam(kHistogramMode, kTimeCode);
+  meter.Transport().playing = true;
+  meter.Transport().position = 3600.0 * 48000.0;  // the timeline starts an hour in
+  meter.Play(Noise(0.5, 48000.0, 2, 8));
+  ASSERT_GE(meter.Reading(kReadingBlocks), 36000.0);
+  const auto hour = h.SaveChunk();
+
+  const auto block = Noise(512.0 / 48000.0, 48000.0, 2, 9);
+  std::atomic<bool> stop{false};
+  std::atomic<int> blocks{0}, changed{0};
+  std::thread audio([&] {
+    std::vector<std::vector<float>> out(2);
+    while (!stop.load()) {
+      h.ProcessFloat(block, out, 0, 512);
+      if (out != block) changed.fetch_add(1);
+      blocks.fetch_add(1);
+    }
+  });
+  while (blocks.load() == 0) std::this_thread::yield();  // audio is running
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(h.LoadChunk(h.SaveChunk()), 1);
+    EXPECT_EQ(h.LoadChunk(hour), 1);
+  }
+  stop.store(true);
+  audio.join();
+  EXPECT_EQ(changed.load(), 0);
+  EXPECT_GT(meter.Reading(kReadingSnapshotSlice), 0.0);
+  EXPECT_LE(meter.Reading(kReadingSnapshotSlice), kSlice);
+  std::printf("longest plug-in lock hold by a state call: %.0f us\n", meter.Reading(kReadingStateHoldMaxUs));
+  EXPECT_EQ(h.LoadChunk(hour), 1);
+  EXPECT_GE(meter.Reading(kReadingBlocks), 36000.0);
 }
 
 TEST(Concurrency, InstancesAreCreatedFromSeveralThreadsAtOnce) {
