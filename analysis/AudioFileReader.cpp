@@ -6,6 +6,7 @@
 #include "analysis/AudioDecoderFFmpeg.h"
 #endif
 #include "analysis/ChannelFileMatcher.h"
+#include "analysis/ContainerLength.h"
 #include "analysis/Mp3Decoder.h"
 #include "analysis/SndfileDecoder.h"
 #include "analysis/Utf8Path.h"
@@ -75,18 +76,25 @@ void AudioFileReader::close()
     position_ = 0;
     delivered_ = 0;
     ended_ = false;
+    containerCut_ = false;
+}
+
+bool AudioFileReader::refuseUnreadable()
+{
+    if (DataRunsPastEnd(path_))
+        return failWith(ErrorTruncated, "");
+    return failWith(ErrorOpen, "No decoder recognises its contents, or it is damaged.");
 }
 
 bool AudioFileReader::openWithSystemDecoder()
 {
-    static const char* kUnrecognised = "No decoder recognises its contents, or it is damaged.";
 #ifdef _WIN32
     // Media Foundation's reader decodes the first audio stream only.
     if (stream_ > 0)
         return failWith(ErrorNoStream, "Only the first audio stream can be chosen in this build.");
     auto system = std::make_unique<AudioDecoderMediaFoundation>();
     if (!system->open(path_))
-        return failWith(ErrorOpen, kUnrecognised);
+        return refuseUnreadable();
 #else
     auto system = std::make_unique<AudioDecoderFFmpeg>();
     system->setStream(stream_);
@@ -95,7 +103,7 @@ bool AudioFileReader::openWithSystemDecoder()
             return failWith(ErrorNoStream, "It holds " + std::to_string(system->format().streams) +
                                                " audio stream(s); there is no stream " + std::to_string(stream_) +
                                                " (streams count from 0).");
-        return failWith(ErrorOpen, kUnrecognised);
+        return refuseUnreadable();
     }
 #endif
     decoder_ = std::move(system);
@@ -151,6 +159,9 @@ bool AudioFileReader::open(const std::string& path)
             return false;
     }
     format_ = decoder_->format();
+    // Whichever decoder took it, a RIFF, RF64 or AIFF file whose data chunk
+    // states more than the file holds is cut off.
+    containerCut_ = DataRunsPastEnd(path);
     if (!checkFormat(format_))
         return false;
     if (!supportedChannelCount(format_.channels))
@@ -314,7 +325,7 @@ bool AudioFileReader::rewind()
 
 bool AudioFileReader::truncated() const
 {
-    if (decoder_ && decoder_->truncated())
+    if (containerCut_ || (decoder_ && decoder_->truncated()))
         return true;
     for (const auto& d : channelDecoders_)
         if (d->truncated())

@@ -23,7 +23,7 @@ public:
                        ErrorChannels = 7, ErrorLayout = 8, ErrorNotMono = 9,
                        // Refusals with a reason of their own.
                        ErrorMissing = 10, ErrorDenied = 11, ErrorNotRegular = 12, ErrorSampleRate = 13,
-                       ErrorNoAudio = 14, ErrorNoStream = 15 };
+                       ErrorNoAudio = 14, ErrorNoStream = 15, ErrorTruncated = 16 };
     // Sample rates outside this range are refused.
     static constexpr uint32_t kMinSampleRate = 8000;
     static constexpr uint32_t kMaxSampleRate = 768000;
@@ -98,6 +98,8 @@ private:
     // Refuses a format no measurement can be made of.
     bool checkFormat(const AudioFormat& format);
     bool openWithSystemDecoder();
+    // No decoder took the file: cut off, or unreadable.
+    bool refuseUnreadable();
 
     std::string path_;
     std::string extension_;
@@ -118,6 +120,7 @@ private:
     int64_t position_ = 0;
     uint64_t delivered_ = 0;
     bool ended_ = false;
+    bool containerCut_ = false;
     std::atomic<int> state_{StateIdle};
     std::atomic<int> error_{ErrorNone};
     std::atomic<int> progress_{0};

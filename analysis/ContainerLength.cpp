@@ -25,8 +25,9 @@ bool streamedSize(uint64_t size) {
 }
 
 // Walks the chunks of the header that was read and returns the end of the
-// sample data as the header states it (0 when it cannot tell).
-uint64_t statedDataEnd(const std::vector<unsigned char>& h) {
+// sample data as the header states it (0 when it cannot tell; past the end
+// when `h` is the whole file and its chunks end before a data chunk).
+uint64_t statedDataEnd(const std::vector<unsigned char>& h, bool wholeFile) {
   if (h.size() < 12) return 0;
   const bool riff = std::memcmp(h.data(), "RIFF", 4) == 0 && std::memcmp(h.data() + 8, "WAVE", 4) == 0;
   const bool rf64 = (std::memcmp(h.data(), "RF64", 4) == 0 || std::memcmp(h.data(), "BW64", 4) == 0) &&
@@ -46,7 +47,8 @@ uint64_t statedDataEnd(const std::vector<unsigned char>& h) {
     }
     at += 8 + size + (size & 1);
   }
-  return 0;
+  // The chunks run past the end before any data chunk: cut in the header.
+  return wholeFile ? h.size() + 1 : 0;
 }
 
 }  // namespace
@@ -64,7 +66,7 @@ bool DataRunsPastEnd(const std::string& path) {
   const int64_t size = sized ? static_cast<int64_t>(ftello(f)) : -1;
 #endif
   std::fclose(f);
-  const uint64_t end = statedDataEnd(header);
+  const uint64_t end = statedDataEnd(header, size >= 0 && static_cast<uint64_t>(size) == header.size());
   return end > 0 && size >= 0 && end > static_cast<uint64_t>(size);
 }
 

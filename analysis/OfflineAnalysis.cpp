@@ -208,7 +208,8 @@ const char* OfflineAnalysis::reasonFor(int error)
     case AudioFileReader::ErrorSampleRate: return "sample_rate";
     case AudioFileReader::ErrorNoAudio: return "no_audio";
     case AudioFileReader::ErrorNoStream: return "no_such_stream";
-    case ErrorTruncated: return "truncated";
+    case ErrorTruncated:
+    case AudioFileReader::ErrorTruncated: return "truncated";
     default: return "selection";
     }
 }
@@ -233,6 +234,7 @@ std::string OfflineAnalysis::messageFor(int error, const Request& request)
     case AudioFileReader::ErrorSampleRate: return "The file could not be opened.";
     case AudioFileReader::ErrorNoAudio: return "The file holds no audio.";
     case AudioFileReader::ErrorNoStream: return "The file could not be opened.";
+    case AudioFileReader::ErrorTruncated:
     case ErrorTruncated: return "The file could not be opened. It ends before the length it states (truncated or damaged).";
     case AudioFileReader::ErrorNothingToRead:
     case ErrorSelection:
