@@ -2,6 +2,8 @@
 
 #include "analysis/Utf8Path.h"
 
+// The static default callbacks of the header are not used here.
+#define OV_EXCLUDE_STATIC_CALLBACKS
 #include <vorbis/vorbisfile.h>
 
 #include <algorithm>

@@ -119,6 +119,7 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
     in.timecodeEnd = Timecode(end, model, settings);
     in.presetName = model.PresetMenuName();
     in.values = Values(model);
+    if (file) in.values.nonFiniteSamples = file->nonFiniteSamples;
     in.lkfs = lkfs;
     return BuildTextSummary(in, content, &message);
   }
