@@ -6,8 +6,10 @@
 #include "analysis/AudioDecoderFFmpeg.h"
 #endif
 #include "analysis/ChannelFileMatcher.h"
+#include "analysis/ContainerLength.h"
 #include "analysis/Mp3Decoder.h"
 #include "analysis/SndfileDecoder.h"
+#include "analysis/Utf8Path.h"
 #include "analysis/VorbisDecoder.h"
 
 #include <algorithm>
@@ -36,6 +38,33 @@ bool AudioFileReader::fail(int error, int state)
     return false;
 }
 
+bool AudioFileReader::failWith(int error, std::string detail)
+{
+    detail_ = std::move(detail);
+    return fail(error);
+}
+
+bool AudioFileReader::checkAccess(const std::string& path)
+{
+    switch (CheckFileUtf8(path)) {
+    case FileAccess::Readable: return true;
+    case FileAccess::Missing: return failWith(ErrorMissing, "");
+    case FileAccess::Denied: return failWith(ErrorDenied, "");
+    case FileAccess::NotRegular: return failWith(ErrorNotRegular, "");
+    }
+    return false;
+}
+
+bool AudioFileReader::checkFormat(const AudioFormat& f)
+{
+    if (f.sampleRate < kMinSampleRate || f.sampleRate > kMaxSampleRate)
+        return failWith(ErrorSampleRate, "Its sample rate of " + std::to_string(f.sampleRate) +
+                                             " Hz is outside 8000 to 768000 Hz.");
+    if (f.totalFrames == 0)
+        return failWith(ErrorNoAudio, "");
+    return true;
+}
+
 void AudioFileReader::close()
 {
     decoder_.reset();
@@ -47,17 +76,36 @@ void AudioFileReader::close()
     position_ = 0;
     delivered_ = 0;
     ended_ = false;
+    containerCut_ = false;
+}
+
+bool AudioFileReader::refuseUnreadable()
+{
+    if (DataRunsPastEnd(path_))
+        return failWith(ErrorTruncated, "");
+    return failWith(ErrorOpen, "No decoder recognises its contents, or it is damaged.");
 }
 
 bool AudioFileReader::openWithSystemDecoder()
 {
 #ifdef _WIN32
+    // Media Foundation's reader decodes the first audio stream only.
+    if (stream_ > 0)
+        return failWith(ErrorNoStream, "Only the first audio stream can be chosen in this build.");
     auto system = std::make_unique<AudioDecoderMediaFoundation>();
+    if (!system->open(path_))
+        return refuseUnreadable();
 #else
     auto system = std::make_unique<AudioDecoderFFmpeg>();
+    system->setStream(stream_);
+    if (!system->open(path_)) {
+        if (system->streamMissing())
+            return failWith(ErrorNoStream, "It holds " + std::to_string(system->format().streams) +
+                                               " audio stream(s); there is no stream " + std::to_string(stream_) +
+                                               " (streams count from 0).");
+        return refuseUnreadable();
+    }
 #endif
-    if (!system->open(path_))
-        return fail(ErrorOpen);
     decoder_ = std::move(system);
     kind_ = KindSystem;
     return true;
@@ -70,9 +118,12 @@ bool AudioFileReader::open(const std::string& path)
     state_.exchange(StateBusy);
     cancel_.store(false);
     format_ = AudioFormat{};
+    detail_.clear();
     channelPaths_.clear();
     channelNames_.clear();
     path_ = path;
+    if (!checkAccess(path))
+        return false;
     const size_t dot = path.find_last_of('.');
     const size_t slash = path.find_last_of("/\\");
     extension_.clear();
@@ -96,7 +147,9 @@ bool AudioFileReader::open(const std::string& path)
         library = std::make_unique<VorbisDecoder>();
         kind = KindVorbis;
     }
-    if (library && library->open(path)) {
+    // The library decoders read single-stream files: a stream other than the
+    // first is looked for by the system decoder.
+    if (library && stream_ <= 0 && library->open(path)) {
         decoder_ = std::move(library);
         kind_ = kind;
     } else {
@@ -106,6 +159,11 @@ bool AudioFileReader::open(const std::string& path)
             return false;
     }
     format_ = decoder_->format();
+    // Whichever decoder took it, a RIFF, RF64 or AIFF file whose data chunk
+    // states more than the file holds is cut off.
+    containerCut_ = DataRunsPastEnd(path);
+    if (!checkFormat(format_))
+        return false;
     if (!supportedChannelCount(format_.channels))
         return fail(ErrorChannels);
     return true;
@@ -118,6 +176,7 @@ bool AudioFileReader::openMultiMono(const std::vector<std::string>& paths, uint3
     state_.exchange(StateBusy);
     cancel_.store(false);
     format_ = AudioFormat{};
+    detail_.clear();
     kind_ = KindMultiMono;
     channelPaths_.clear();
     channelNames_.clear();
@@ -143,10 +202,14 @@ bool AudioFileReader::openMultiMono(const std::vector<std::string>& paths, uint3
 
     int32_t bits = -1;
     for (size_t i = 0; i < channelPaths_.size(); ++i) {
+        if (!checkAccess(channelPaths_[i]))
+            return false;
         auto decoder = std::make_unique<SndfileDecoder>(SndfileDecoder::Accept::AnyPcm);
         if (!decoder->open(channelPaths_[i]))
-            return fail(ErrorOpen);
+            return failWith(ErrorOpen, "No decoder recognises its contents, or it is damaged.");
         const AudioFormat& f = decoder->format();
+        if (!checkFormat(f))
+            return false;
         if (i > 0 && (f.totalFrames != format_.totalFrames || f.sampleRate != format_.sampleRate))
             return fail(ErrorChannels);
         if (f.channels != 1)
@@ -228,7 +291,7 @@ bool AudioFileReader::readBlock()
     framesRead_ = static_cast<int32_t>(got);
 
     if (position_ == 0 && got == 0)
-        return fail(ErrorOpen);
+        return failWith(ErrorOpen, "No audio could be decoded from it; it is damaged or cut off.");
     delivered_ += static_cast<uint64_t>(got);
     if (got < wanted || wanted == 0)
         ended_ = true;
@@ -262,7 +325,7 @@ bool AudioFileReader::rewind()
 
 bool AudioFileReader::truncated() const
 {
-    if (decoder_ && decoder_->truncated())
+    if (containerCut_ || (decoder_ && decoder_->truncated()))
         return true;
     for (const auto& d : channelDecoders_)
         if (d->truncated())

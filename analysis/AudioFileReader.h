@@ -20,7 +20,13 @@ public:
                       KindSystem = 5, KindMultiMono = 6 };
     enum State : int { StateIdle = 0, StateBusy = 2, StateFailed = 8, StateCancelled = 9 };
     enum Error : int { ErrorNone = 0, ErrorNothingToRead = 2, ErrorOpen = 3, ErrorMemory = 4,
-                       ErrorChannels = 7, ErrorLayout = 8, ErrorNotMono = 9 };
+                       ErrorChannels = 7, ErrorLayout = 8, ErrorNotMono = 9,
+                       // Refusals with a reason of their own.
+                       ErrorMissing = 10, ErrorDenied = 11, ErrorNotRegular = 12, ErrorSampleRate = 13,
+                       ErrorNoAudio = 14, ErrorNoStream = 15, ErrorTruncated = 16 };
+    // Sample rates outside this range are refused.
+    static constexpr uint32_t kMinSampleRate = 8000;
+    static constexpr uint32_t kMaxSampleRate = 768000;
     static constexpr uint32_t kLayoutFromFileCount = 0xFFFFFFFFu;
 
     AudioFileReader();
@@ -28,6 +34,10 @@ public:
     AudioFileReader(const AudioFileReader&) = delete;
     AudioFileReader& operator=(const AudioFileReader&) = delete;
 
+    // The audio stream that open() measures (0-based), or -1 (the default):
+    // several mono streams of one rate form one programme in stream order,
+    // otherwise the first stream is read.
+    void setStream(int stream) { stream_ = stream; }
     bool open(const std::string& path);
     // Opens mono files as the channels of a layout (an index into the engine's
     // layout table, or kLayoutFromFileCount). With `strict`, every file name
@@ -70,6 +80,10 @@ public:
     bool truncated() const;
     int64_t position() const { return position_; }
 
+    // Why the last open or read failed, in words, after the user's message
+    // ("" when the error code says it all). Read on the reader's thread.
+    const std::string& detail() const { return detail_; }
+
     int state() const { return state_.load(); }
     int error() const { return error_.load(); }
     int progress() const { return progress_.load(); }
@@ -78,10 +92,19 @@ public:
 
 private:
     bool fail(int error, int state = StateFailed);
+    bool failWith(int error, std::string detail);
+    // Refuses paths that are missing, unreadable or not regular files.
+    bool checkAccess(const std::string& path);
+    // Refuses a format no measurement can be made of.
+    bool checkFormat(const AudioFormat& format);
     bool openWithSystemDecoder();
+    // No decoder took the file: cut off, or unreadable.
+    bool refuseUnreadable();
 
     std::string path_;
     std::string extension_;
+    std::string detail_;
+    int stream_ = -1;
     int kind_ = KindNone;
     std::unique_ptr<FrameDecoder> decoder_;
     std::vector<std::unique_ptr<FrameDecoder>> channelDecoders_;
@@ -97,6 +120,7 @@ private:
     int64_t position_ = 0;
     uint64_t delivered_ = 0;
     bool ended_ = false;
+    bool containerCut_ = false;
     std::atomic<int> state_{StateIdle};
     std::atomic<int> error_{ErrorNone};
     std::atomic<int> progress_{0};

@@ -1,6 +1,7 @@
 #include "analysis/BlockPipeline.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace velorum {
 
@@ -91,23 +92,34 @@ void BlockPipeline::deinterleave(const float* interleaved, int frames, Block& bl
 {
     const size_t channels = block.planes.size();
     const size_t n = static_cast<size_t>(frames);
-    if (channels == 2) {
-        // The common case, read once in order.
-        double* left = block.planes[0].data();
-        double* right = block.planes[1].data();
-        for (size_t f = 0; f < n; ++f) {
-            left[f] = static_cast<double>(interleaved[2 * f]);
-            right[f] = static_cast<double>(interleaved[2 * f + 1]);
-        }
-    } else {
-        for (size_t c = 0; c < channels; ++c) {
-            double* plane = block.planes[c].data();
-            const float* in = interleaved + c;
-            for (size_t f = 0; f < n; ++f)
-                plane[f] = static_cast<double>(in[f * channels]);
-        }
+    for (size_t c = 0; c < channels; ++c) {
+        double* plane = block.planes[c].data();
+        const float* in = interleaved + c;
+        for (size_t f = 0; f < n; ++f)
+            plane[f] = static_cast<double>(in[f * channels]);
     }
     block.frames = frames;
+    block.nonFinite = 0;
+    for (auto& plane : block.planes)
+        block.nonFinite += silenceNonFinite(plane.data(), n);
+}
+
+int64_t silenceNonFinite(double* plane, size_t frames)
+{
+    // The common case, all finite, is found in one pass without stores:
+    // x * 0 is 0 for every finite x and NaN for NaN and the infinities.
+    double probe = 0.0;
+    for (size_t f = 0; f < frames; ++f)
+        probe += plane[f] * 0.0;
+    if (probe == 0.0)
+        return 0;
+    int64_t count = 0;
+    for (size_t f = 0; f < frames; ++f)
+        if (!std::isfinite(plane[f])) {
+            plane[f] = 0.0;
+            ++count;
+        }
+    return count;
 }
 
 } // namespace velorum

@@ -5,6 +5,8 @@
 // channel, as the engine takes them) and publishes it; the measurer takes
 // published blocks in order and gives them back. Allocation happens once.
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <vector>
@@ -18,6 +20,7 @@ public:
         std::vector<const double*> pins;
         int frames = 0;
         int progress = 0;
+        int64_t nonFinite = 0;   // NaN and infinite samples, measured as silence
     };
 
     BlockPipeline(int channels, int blockFrames, int depth);
@@ -38,7 +41,9 @@ public:
     int state() const;
     int error() const;
 
-    // Splits interleaved frames into the block's per-channel buffers.
+    // Splits interleaved frames into the block's per-channel buffers. NaN and
+    // infinite samples enter the buffers as 0.0 (the measurement's copy only)
+    // and are counted in block.nonFinite.
     static void deinterleave(const float* interleaved, int frames, Block& block);
 
 private:
@@ -52,5 +57,9 @@ private:
     int state_ = 0;
     int error_ = 0;
 };
+
+// Sets the NaN and infinite samples of one plane to 0.0 and returns how many
+// there were.
+int64_t silenceNonFinite(double* plane, size_t frames);
 
 } // namespace velorum

@@ -1,5 +1,6 @@
 #include "analysis/EngineFeeder.h"
 
+#include "analysis/BlockPipeline.h"
 #include "engine/LoudnessEngine.h"
 
 #include <algorithm>
@@ -33,6 +34,7 @@ void EngineFeeder::feed(const float* interleaved, int frames)
             const float* in = interleaved + c;
             for (int f = 0; f < n; ++f)
                 plane[f] = static_cast<double>(in[static_cast<size_t>(f) * channels]);
+            nonFinite_ += silenceNonFinite(plane, static_cast<size_t>(n));
         }
         engine_.ProcessBlock(pins_.data(), n);
         interleaved += static_cast<size_t>(n) * channels;

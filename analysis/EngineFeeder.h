@@ -14,8 +14,10 @@ public:
     EngineFeeder(LoudnessEngine& engine, int channels, int maxFrames);
     // Sets the engine up for a programme: rate, layout, input count, reset.
     static void configure(LoudnessEngine& engine, double sampleRate, int layoutIndex, int channels);
-    // Processes `frames` interleaved frames (frames <= maxFrames).
+    // Processes `frames` interleaved frames (frames <= maxFrames). NaN and
+    // infinite samples are measured as silence and counted.
     void feed(const float* interleaved, int frames);
+    int64_t nonFiniteSamples() const { return nonFinite_; }
 
 private:
     LoudnessEngine& engine_;
@@ -23,6 +25,7 @@ private:
     int maxFrames_;
     std::vector<std::vector<double>> planes_;
     std::vector<const double*> pins_;
+    int64_t nonFinite_ = 0;
 };
 
 } // namespace velorum

@@ -13,6 +13,8 @@ struct AudioFormat {
     uint64_t totalFrames = 0;
     int32_t bitsPerSample = -1;   // -1 when the source does not state it
     uint64_t timeReference = 0;   // samples since midnight (bext), else 0
+    int streams = 1;              // audio streams in the file
+    int stream = 0;               // the stream measured (0-based); -1: all of them, as one programme
 };
 
 class FrameDecoder {

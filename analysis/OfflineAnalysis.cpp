@@ -56,19 +56,21 @@ bool OfflineAnalysis::run(const Request& request)
     progress_.store(0);
     state_.store(Busy);
     info_ = FileInfo{};
+    detail_.clear();
     const size_t count = request.paths.size();
     if (count == 0 || (!request.multiMono && count != 1))
         return finish(Failed, ErrorSelection);
 
     try {
         AudioFileReader reader;
+        reader.setStream(request.stream);
         const bool opened = request.multiMono
                                 ? reader.openMultiMono(request.paths, request.layoutIndex, request.strict)
                                 : reader.open(request.paths.front());
-        if (!opened)
+        if (!opened || !reader.prepare(request.blockFrames)) {
+            detail_ = reader.detail();
             return finish(Failed, reader.error());
-        if (!reader.prepare(request.blockFrames))
-            return finish(Failed, reader.error());
+        }
 
         const int channels = static_cast<int>(reader.channels());
         int layout = 0;
@@ -90,6 +92,8 @@ bool OfflineAnalysis::run(const Request& request)
         info_.bitsPerSample = reader.bitsPerSample();
         info_.timeReference = reader.timeReference();
         info_.decoderKind = reader.kind();
+        info_.streams = reader.format().streams;
+        info_.stream = reader.format().stream;
         info_.layoutIndex = layout;
         if (request.multiMono) {
             info_.channelNames = reader.channelNames();
@@ -107,6 +111,7 @@ bool OfflineAnalysis::run(const Request& request)
         BlockPipeline pipe(channels, request.blockFrames, 4);
         std::thread decoder([&] {
             int state = Done, error = 0;
+            std::string detail;
             try {
                 for (;;) {
                     if (cancel_.load())
@@ -115,6 +120,7 @@ bool OfflineAnalysis::run(const Request& request)
                         const bool cancelled = reader.state() == AudioFileReader::StateCancelled;
                         state = cancelled ? Cancelled : Failed;
                         error = cancelled ? 0 : reader.error();
+                        detail = reader.detail();
                         break;
                     }
                     const int frames = reader.framesRead();
@@ -140,11 +146,13 @@ bool OfflineAnalysis::run(const Request& request)
                 state = Failed;
                 error = AudioFileReader::ErrorMemory;
             }
+            detail_ = std::move(detail);
             pipe.close(state, error);
         });
         try {
             while (BlockPipeline::Block* block = pipe.next()) {
                 engine_.ProcessBlock(block->pins.data(), block->frames);
+                info_.nonFiniteSamples += block->nonFinite;
                 progress_.store(block->progress);
                 pipe.release(block);
             }
@@ -160,6 +168,9 @@ bool OfflineAnalysis::run(const Request& request)
         // delivered is the programme's true length.
         if (reader.kind() == AudioFileReader::KindSystem)
             info_.frames = reader.framesDelivered();
+        // The programme has ended: its values with the final gates.
+        engine_.FinishProgramme();
+        info_.programme = engine_.ExactProgramme();
         progress_.store(100);
         return finish(Done, 0);
     } catch (const std::bad_alloc&) {
@@ -171,7 +182,36 @@ bool OfflineAnalysis::run(const Request& request)
 
 std::string OfflineAnalysis::message() const
 {
-    return state_.load() == Failed ? messageFor(error_.load(), request_) : std::string();
+    if (state_.load() != Failed)
+        return std::string();
+    const std::string message = messageFor(error_.load(), request_);
+    return detail_.empty() ? message : message + " " + detail_;
+}
+
+std::string OfflineAnalysis::reason() const
+{
+    return state_.load() == Failed ? reasonFor(error_.load()) : "";
+}
+
+const char* OfflineAnalysis::reasonFor(int error)
+{
+    switch (error) {
+    case 0: return "";
+    case AudioFileReader::ErrorOpen: return "unreadable";
+    case AudioFileReader::ErrorMemory: return "memory";
+    case AudioFileReader::ErrorChannels: return "channels";
+    case AudioFileReader::ErrorLayout:
+    case AudioFileReader::ErrorNotMono: return "multi_mono";
+    case AudioFileReader::ErrorMissing: return "missing";
+    case AudioFileReader::ErrorDenied: return "permission_denied";
+    case AudioFileReader::ErrorNotRegular: return "not_regular_file";
+    case AudioFileReader::ErrorSampleRate: return "sample_rate";
+    case AudioFileReader::ErrorNoAudio: return "no_audio";
+    case AudioFileReader::ErrorNoStream: return "no_such_stream";
+    case ErrorTruncated:
+    case AudioFileReader::ErrorTruncated: return "truncated";
+    default: return "selection";
+    }
 }
 
 std::string OfflineAnalysis::messageFor(int error, const Request& request)
@@ -187,6 +227,14 @@ std::string OfflineAnalysis::messageFor(int error, const Request& request)
         return chosenLayout ? "The dropped files do not match the current channel preset."
                             : "The multi-mono file selection is not valid.";
     case AudioFileReader::ErrorNotMono: return "The multi-mono file selection is not valid.";
+    case AudioFileReader::ErrorMissing: return "The file could not be opened. It does not exist.";
+    case AudioFileReader::ErrorDenied: return "The file could not be opened. Permission to read it is denied.";
+    case AudioFileReader::ErrorNotRegular:
+        return "The file could not be opened. It is not a regular file (a folder, a pipe or a device).";
+    case AudioFileReader::ErrorSampleRate: return "The file could not be opened.";
+    case AudioFileReader::ErrorNoAudio: return "The file holds no audio.";
+    case AudioFileReader::ErrorNoStream: return "The file could not be opened.";
+    case AudioFileReader::ErrorTruncated:
     case ErrorTruncated: return "The file could not be opened. It ends before the length it states (truncated or damaged).";
     case AudioFileReader::ErrorNothingToRead:
     case ErrorSelection:

@@ -7,6 +7,7 @@
 // window) are the caller's; the driver sets the sample rate, the layout and
 // the input count from the file and resets the engine before the first block.
 #include "analysis/AudioFileReader.h"
+#include "engine/LoudnessEngine.h"
 
 #include <atomic>
 #include <cstdint>
@@ -15,8 +16,6 @@
 #include <vector>
 
 namespace velorum {
-
-class LoudnessEngine;
 
 class OfflineAnalysis {
 public:
@@ -35,6 +34,10 @@ public:
         uint32_t layoutIndex = AudioFileReader::kLayoutFromFileCount;
         bool strict = false;
         int32_t blockFrames = 4096;
+        // The audio stream to measure (0-based), or -1 for the rule: several
+        // mono streams of one rate are one programme in stream order,
+        // otherwise the first stream is measured.
+        int stream = -1;
     };
 
     // What the summary and the exports need to know about the analysed file.
@@ -48,6 +51,14 @@ public:
         int decoderKind = 0;
         int layoutIndex = 0;
         std::vector<std::string> channelNames;
+        // NaN and infinite samples, measured as silence (the audio itself is
+        // not altered; the normaliser writes them as they are).
+        int64_t nonFiniteSamples = 0;
+        int streams = 1;   // audio streams in the file
+        int stream = 0;    // the stream measured; -1: all (mono streams as one programme)
+        // The end-of-programme values with the final gates (the engine's
+        // readings hold them too once the run is done).
+        ProgrammeValues programme;
     };
 
     explicit OfflineAnalysis(LoudnessEngine& engine);
@@ -69,9 +80,14 @@ public:
     bool running() const { return state_.load() == Busy; }
     // Valid once the run has finished (state Done).
     const FileInfo& fileInfo() const { return info_; }
-    // The user's message for the last failure ("" when none).
+    // The user's message for the last failure ("" when none), followed by
+    // its reason where the reader gave one.
     std::string message() const;
     static std::string messageFor(int error, const Request& request);
+    // A short word for the last failure's kind, for machine-read reports
+    // ("missing", "truncated", ...; "" when none).
+    std::string reason() const;
+    static const char* reasonFor(int error);
 
 private:
     bool finish(int state, int error);
@@ -80,6 +96,7 @@ private:
     std::thread worker_;
     Request request_;
     FileInfo info_;
+    std::string detail_;
     std::atomic<bool> cancel_{false};
     std::atomic<int> state_{Idle};
     std::atomic<int> error_{0};

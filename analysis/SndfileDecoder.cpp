@@ -1,5 +1,6 @@
 #include "analysis/SndfileDecoder.h"
 
+#include "analysis/ContainerLength.h"
 #include "analysis/Utf8Path.h"
 
 #include <cstdio>
@@ -84,7 +85,7 @@ bool SndfileDecoder::open(const std::string& path)
     sf_command(file_, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
     SF_BROADCAST_INFO bext;
     std::memset(&bext, 0, sizeof bext);
-    truncated_ = headerPromisesMore(file_);
+    truncated_ = headerPromisesMore(file_) || DataRunsPastEnd(path);
     if (sf_command(file_, SFC_GET_BROADCAST_INFO, &bext, sizeof bext) == SF_TRUE)
         format_.timeReference =
             (static_cast<uint64_t>(bext.time_reference_high) << 32) | bext.time_reference_low;

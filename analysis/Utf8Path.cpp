@@ -3,7 +3,10 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <cerrno>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 namespace velorum {
@@ -44,6 +47,25 @@ bool PathExistsUtf8(const std::string& path)
     return !wide.empty() && GetFileAttributesW(wide.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+FileAccess CheckFileUtf8(const std::string& path)
+{
+    const std::wstring wide = WidePath(path);
+    const DWORD attributes = wide.empty() ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(wide.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        const DWORD e = GetLastError();
+        return e == ERROR_ACCESS_DENIED ? FileAccess::Denied : FileAccess::Missing;
+    }
+    if (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE))
+        return FileAccess::NotRegular;
+    const HANDLE h = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return GetLastError() == ERROR_ACCESS_DENIED ? FileAccess::Denied : FileAccess::Missing;
+    const DWORD type = GetFileType(h);
+    CloseHandle(h);
+    return type == FILE_TYPE_DISK ? FileAccess::Readable : FileAccess::NotRegular;
+}
+
 bool ReplaceFileUtf8(const std::string& from, const std::string& to)
 {
     const std::wstring source = WidePath(from);
@@ -71,6 +93,21 @@ bool PathExistsUtf8(const std::string& path)
 {
     struct stat st {};
     return ::stat(path.c_str(), &st) == 0;
+}
+
+FileAccess CheckFileUtf8(const std::string& path)
+{
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0)
+        return errno == EACCES ? FileAccess::Denied : FileAccess::Missing;
+    if (!S_ISREG(st.st_mode))
+        return FileAccess::NotRegular;
+    // Opening without blocking: the file is regular, so this never waits.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return errno == ENOENT ? FileAccess::Missing : FileAccess::Denied;
+    ::close(fd);
+    return FileAccess::Readable;
 }
 
 bool ReplaceFileUtf8(const std::string& from, const std::string& to)

@@ -20,6 +20,12 @@ std::FILE* OpenFileUtf8(const std::string& path, const char* mode);
 // libsndfile's sf_open with a UTF-8 path.
 SNDFILE* OpenSoundFileUtf8(const std::string& path, int mode, SF_INFO* info);
 bool PathExistsUtf8(const std::string& path);
+
+// Whether a path names a file the decoders may open: missing, unreadable, not
+// a regular file (a folder, a pipe or a device, which could block a reader
+// forever), or a readable regular file.
+enum class FileAccess { Readable, Missing, Denied, NotRegular };
+FileAccess CheckFileUtf8(const std::string& path);
 // Moves `from` to `to`, replacing a file of that name.
 bool ReplaceFileUtf8(const std::string& from, const std::string& to);
 bool RemoveFileUtf8(const std::string& path);

@@ -2,9 +2,11 @@
 
 #include "analysis/Utf8Path.h"
 
-#define STB_VORBIS_HEADER_ONLY
-#include <stb_vorbis.h>
+// The static default callbacks of the header are not used here.
+#define OV_EXCLUDE_STATIC_CALLBACKS
+#include <vorbis/vorbisfile.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -48,53 +50,103 @@ bool lastPageEndsStream(const std::string& path)
     return false;
 }
 
+// libvorbisfile reads through these callbacks, with 64-bit positions on
+// every platform (the file is opened here with its UTF-8 name).
+size_t readCallback(void* ptr, size_t size, size_t count, void* source)
+{
+    return std::fread(ptr, size, count, static_cast<std::FILE*>(source));
+}
+
+int seekCallback(void* source, ogg_int64_t offset, int whence)
+{
+    std::FILE* f = static_cast<std::FILE*>(source);
+#ifdef _WIN32
+    return _fseeki64(f, offset, whence);
+#else
+    return fseeko(f, static_cast<off_t>(offset), whence);
+#endif
+}
+
+int closeCallback(void* source) { return std::fclose(static_cast<std::FILE*>(source)); }
+
+long tellCallback(void* source)
+{
+    std::FILE* f = static_cast<std::FILE*>(source);
+#ifdef _WIN32
+    return static_cast<long>(_ftelli64(f));
+#else
+    return static_cast<long>(ftello(f));
+#endif
+}
+
 } // namespace
 
-VorbisDecoder::~VorbisDecoder()
-{
-    if (vorbis_)
-        stb_vorbis_close(vorbis_);
-}
+struct VorbisDecoder::Stream {
+    OggVorbis_File file{};
+    bool open = false;
+    int link = -1;   // the logical stream being read
+    ~Stream()
+    {
+        if (open)
+            ov_clear(&file);
+    }
+};
+
+VorbisDecoder::VorbisDecoder() = default;
+VorbisDecoder::~VorbisDecoder() { release(); }
+
+void VorbisDecoder::release() { stream_.reset(); }
 
 bool VorbisDecoder::open(const std::string& path)
 {
-    // The file is opened here (UTF-8 names on every platform) and handed over:
-    // the decoder closes it, also when it refuses the stream.
+    release();
     std::FILE* file = OpenFileUtf8(path, "rb");
     if (!file)
         return false;
-    int err = 0;
-    vorbis_ = stb_vorbis_open_file(file, 1, &err, nullptr);
-    if (!vorbis_)
-        return false;
-    const stb_vorbis_info info = stb_vorbis_get_info(vorbis_);
-    const unsigned int length = stb_vorbis_stream_length_in_samples(vorbis_);
-    if (info.channels <= 0 || info.sample_rate == 0 || length == 0) {
-        stb_vorbis_close(vorbis_);
-        vorbis_ = nullptr;
+    auto stream = std::make_unique<Stream>();
+    const ov_callbacks callbacks = {readCallback, seekCallback, closeCallback, tellCallback};
+    // On failure the file stays ours to close.
+    if (ov_open_callbacks(file, &stream->file, nullptr, 0, callbacks) != 0) {
+        std::fclose(file);
         return false;
     }
-    stb_vorbis_seek_start(vorbis_);
+    stream->open = true;
+    const vorbis_info* info = ov_info(&stream->file, -1);
+    const ogg_int64_t length = ov_pcm_total(&stream->file, -1);
+    if (!info || info->channels <= 0 || info->rate <= 0 || length <= 0)
+        return false;
     truncated_ = !lastPageEndsStream(path);
-    format_.sampleRate = info.sample_rate;
-    format_.channels = static_cast<uint32_t>(info.channels);
-    format_.totalFrames = length;
+    format_.sampleRate = static_cast<uint32_t>(info->rate);
+    format_.channels = static_cast<uint32_t>(info->channels);
+    format_.totalFrames = static_cast<uint64_t>(length);
     format_.bitsPerSample = -1;
+    stream_ = std::move(stream);
     return true;
 }
 
 int64_t VorbisDecoder::read(float* dst, int64_t frames)
 {
-    if (!vorbis_ || frames <= 0)
+    if (!stream_ || frames <= 0)
         return 0;
     const int channels = static_cast<int>(format_.channels);
     int64_t total = 0;
+    int holes = 0;
     while (total < frames) {
-        const int64_t chunk = frames - total > INT_MAX / channels ? INT_MAX / channels : frames - total;
-        const int got = stb_vorbis_get_samples_float_interleaved(
-            vorbis_, channels, dst + total * channels, static_cast<int>(chunk * channels));
+        float** planes = nullptr;
+        const int want = static_cast<int>(std::min<int64_t>(frames - total, 4096));
+        int link = 0;
+        const long got = ov_read_float(&stream_->file, &planes, want, &link);
+        if (got == OV_HOLE && ++holes < 1000)
+            continue;   // a gap in the data: decoding goes on after it
         if (got <= 0)
+            break;      // the end, or damage it cannot pass
+        // A chained stream whose later part has another channel count ends here.
+        const vorbis_info* info = ov_info(&stream_->file, link);
+        if (!info || info->channels != channels)
             break;
+        for (long f = 0; f < got; ++f)
+            for (int c = 0; c < channels; ++c)
+                dst[(total + f) * channels + c] = planes[c][f];
         total += got;
     }
     return total;
@@ -102,10 +154,7 @@ int64_t VorbisDecoder::read(float* dst, int64_t frames)
 
 bool VorbisDecoder::seek(uint64_t frame)
 {
-    if (!vorbis_)
-        return false;
-    return frame == 0 ? stb_vorbis_seek_start(vorbis_) != 0
-                      : stb_vorbis_seek(vorbis_, static_cast<unsigned int>(frame)) != 0;
+    return stream_ && ov_pcm_seek(&stream_->file, static_cast<ogg_int64_t>(frame)) == 0;
 }
 
 } // namespace velorum

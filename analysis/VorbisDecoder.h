@@ -1,14 +1,14 @@
 #pragma once
-// Ogg Vorbis through stb_vorbis (Debian's libstb).
+// Ogg Vorbis through the reference decoder, libvorbisfile.
 #include "analysis/FrameDecoder.h"
 
-struct stb_vorbis;
+#include <memory>
 
 namespace velorum {
 
 class VorbisDecoder final : public FrameDecoder {
 public:
-    VorbisDecoder() = default;
+    VorbisDecoder();
     ~VorbisDecoder() override;
     VorbisDecoder(const VorbisDecoder&) = delete;
     VorbisDecoder& operator=(const VorbisDecoder&) = delete;
@@ -18,7 +18,9 @@ public:
     bool seek(uint64_t frame) override;
 
 private:
-    stb_vorbis* vorbis_ = nullptr;
+    struct Stream;
+    void release();
+    std::unique_ptr<Stream> stream_;
 };
 
 } // namespace velorum

@@ -74,6 +74,7 @@ void Runner::run(Job& job, const OutputFiles& files)
     request.multiMono = o_.multiMono;
     request.strict = o_.strict;
     request.blockFrames = 8192;
+    request.stream = o_.stream;
     if (o_.layout >= 0)
         request.layoutIndex = static_cast<uint32_t>(o_.layout);
 
@@ -92,7 +93,7 @@ void Runner::run(Job& job, const OutputFiles& files)
     if (!ok) {
         const std::string message = analysis.message();
         if (o_.json)
-            job.output = MakeJsonError(job.name, message) + "\n";
+            job.output = MakeJsonError(job.name, message, analysis.reason()) + "\n";
         else
             job.errors = "velorum: " + job.name + ": " + message + "\n";
         job.status = 2;
@@ -109,6 +110,15 @@ void Runner::run(Job& job, const OutputFiles& files)
     m.timeReference = info.timeReference;
     m.channelNames = info.channelNames;
     m.readEngine(*engine);
+    m.nonFiniteSamples = info.nonFiniteSamples;
+    m.streams = info.streams;
+    m.stream = info.stream;
+    if (info.streams > 1 && info.stream >= 0 && o_.stream < 0)
+        job.errors += "velorum: " + job.name + ": warning: the file holds " + std::to_string(info.streams) +
+                      " audio streams; stream 0 was measured (choose one with --stream N)\n";
+    if (info.nonFiniteSamples > 0)
+        job.errors += "velorum: " + job.name + ": warning: " + std::to_string(info.nonFiniteSamples) +
+                      " NaN or infinite samples were measured as silence\n";
 
     ReportOptions report;
     report.preset = preset_;
@@ -299,6 +309,13 @@ bool ParseAnalyzeOptions(const std::vector<std::string>& args, AnalyzeOptions& o
             o.jobs = static_cast<int>(number);
         } else if (a.rfind("-j", 0) == 0 && a.size() > 2 && parseNumber(a.substr(2), number) && number >= 1.0) {
             o.jobs = static_cast<int>(number);
+        } else if (a == "--stream") {
+            if (!numberValue(number)) return false;
+            if (number < 0.0 || number > 1e6 || number != std::floor(number)) {
+                error = "--stream needs a stream number from 0";
+                return false;
+            }
+            o.stream = static_cast<int>(number);
         } else if (a == "--layout") {
             if (!value(text)) return false;
             o.layout = FindLayout(text);

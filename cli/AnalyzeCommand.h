@@ -18,6 +18,7 @@ struct AnalyzeOptions {
     bool multiMono = false;
     bool strict = false;
     int layout = -1;                 // -1: from the file
+    int stream = -1;                 // --stream N (0-based); -1: mono streams together, else the first
     std::string presetName;          // empty: none (the default preset is named in the summary)
     bool dialogue = false;
     bool lkfs = false;

@@ -1,5 +1,6 @@
 #include "cli/Measurement.h"
 
+#include "analysis/Utf8Text.h"
 #include "engine/LoudnessEngine.h"
 #include "export/Timecode.h"
 #include "presets/LoudnessStandards.h"
@@ -54,6 +55,10 @@ void Measurement::readEngine(const LoudnessEngine& engine)
     integratedDialogue = engine.IntegratedDialogue();
     loudnessRangeDialogue = engine.DialogueRange();
     speechContentPercent = engine.SpeechContent() * 100.0;
+    // A finished programme reads its values with the final gates; one
+    // shorter than a gating block has no integrated value.
+    if (engine.ProgrammeFinished())
+        integratedMeasured = engine.ExactProgramme().complete;
 }
 
 PresetCheck CheckAgainstPreset(const Measurement& m, const LoudnessStandard& p, double tolerance)
@@ -111,7 +116,9 @@ SummaryInput MakeSummaryInput(const Measurement& m, const ReportOptions& o)
     in.presetName = PresetDisplayName(preset);
     in.lkfs = o.lkfs || (preset && preset->lkfs);
     SummaryValues& v = in.values;
+    v.integratedMeasured = m.integratedMeasured;
     v.integrated = m.integrated;
+    v.nonFiniteSamples = m.nonFiniteSamples;
     v.loudnessRange = m.loudnessRange;
     v.plr = m.plr;
     v.momentaryMax = m.momentaryMax;
@@ -124,8 +131,9 @@ SummaryInput MakeSummaryInput(const Measurement& m, const ReportOptions& o)
     return in;
 }
 
-std::string JsonString(const std::string& text)
+std::string JsonString(const std::string& raw)
 {
+    const std::string text = ValidUtf8(raw);
     std::string out = "\"";
     for (unsigned char c : text) {
         switch (c) {
@@ -151,14 +159,19 @@ std::string MakeJsonLine(const Measurement& m, const ReportOptions& o, const Pre
     s += ",\"channels\":" + std::to_string(m.channels);
     s += ",\"frames\":" + std::to_string(m.frames);
     s += ",\"bits_per_sample\":" + std::to_string(m.bitsPerSample);
-    s += ",\"integrated\":" + number(m.integrated);
+    s += ",\"integrated\":" + (m.integratedMeasured ? number(m.integrated) : std::string("null"));
     s += ",\"loudness_range\":" + number(m.loudnessRange);
     s += ",\"lra_low\":" + number(m.loudnessRangeLow);
     s += ",\"lra_high\":" + number(m.loudnessRangeHigh);
     s += ",\"momentary_max\":" + number(m.momentaryMax);
     s += ",\"short_term_max\":" + number(m.shortTermMax);
     s += ",\"true_peak_max\":" + number(m.truePeakMax);
-    s += ",\"plr\":" + number(m.plr);
+    s += ",\"plr\":" + (m.integratedMeasured ? number(m.plr) : std::string("null"));
+    s += ",\"non_finite_samples\":" + std::to_string(m.nonFiniteSamples);
+    if (m.streams > 1) {
+        s += ",\"streams\":" + std::to_string(m.streams);
+        s += ",\"stream\":" + (m.stream >= 0 ? std::to_string(m.stream) : std::string("null"));
+    }
     if (o.dialogue) {
         s += ",\"integrated_dial\":" + number(m.integratedDialogue);
         s += ",\"loudness_range_dial\":" + number(m.loudnessRangeDialogue);
@@ -175,9 +188,12 @@ std::string MakeJsonLine(const Measurement& m, const ReportOptions& o, const Pre
     return s + "}";
 }
 
-std::string MakeJsonError(const std::string& file, const std::string& message)
+std::string MakeJsonError(const std::string& file, const std::string& message, const std::string& reason)
 {
-    return "{\"file\":" + JsonString(file) + ",\"error\":" + JsonString(message) + "}";
+    std::string s = "{\"file\":" + JsonString(file) + ",\"error\":" + JsonString(message);
+    if (!reason.empty())
+        s += ",\"reason\":" + JsonString(reason);
+    return s + "}";
 }
 
 } // namespace velorum

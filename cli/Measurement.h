@@ -24,6 +24,7 @@ struct Measurement {
     uint64_t timeReference = 0;
     std::vector<std::string> channelNames;
 
+    bool integratedMeasured = true;   // false: shorter than one 400 ms gating block
     double integrated = -120.0;
     double loudnessRange = 0.0;
     double loudnessRangeLow = -120.0;
@@ -35,6 +36,9 @@ struct Measurement {
     double integratedDialogue = -120.0;
     double loudnessRangeDialogue = 0.0;
     double speechContentPercent = 0.0;
+    int64_t nonFiniteSamples = 0;
+    int streams = 1;                  // audio streams in the file
+    int stream = -1;                  // the one measured (0-based), -1: all mono streams together
 
     // Reads the engine's final readings.
     void readEngine(const LoudnessEngine& engine);
@@ -64,7 +68,9 @@ struct ReportOptions {
 std::string PresetDisplayName(const LoudnessStandard* preset);
 SummaryInput MakeSummaryInput(const Measurement& m, const ReportOptions& options);
 std::string MakeJsonLine(const Measurement& m, const ReportOptions& options, const PresetCheck* check);
-std::string MakeJsonError(const std::string& file, const std::string& message);
+// {"file":..., "error": message, "reason": reason} (no "reason" when empty).
+std::string MakeJsonError(const std::string& file, const std::string& message, const std::string& reason = "");
+// A JSON string; bytes that are not valid UTF-8 become U+FFFD.
 std::string JsonString(const std::string& text);
 
 } // namespace velorum

@@ -66,6 +66,8 @@ const char* kHelp =
     "                       suffixes (.L .R .C .LFE .Ls .Rs ...)\n"
     "  --strict             every multi-mono file must carry a channel suffix of the layout\n"
     "  --layout NAME        channel layout (e.g. 5.1, \"7.1.4\", \"L R C LFE Ls Rs\"; see velorum layouts)\n"
+    "  --stream N           the audio stream to measure (from 0); by default several mono streams\n"
+    "                       of one rate are one programme in stream order, else the first stream\n"
     "  -j N                 files analysed in parallel (default: all cores)\n"
     "  -y, --yes            replace existing output files without asking\n"
     "\n"

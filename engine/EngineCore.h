@@ -84,6 +84,12 @@ struct EngineCore {
     double shortTermSum = 0.0;
     std::int64_t shortTermCount = 0;
     std::vector<float> sorted;
+    // 100 ms blocks written while the momentary window was still filling
+    // (not complete gating blocks), ascending.
+    std::vector<std::int32_t> partialBlocks;
+    // Set by FinishProgramme, cleared by the next audio or a reset.
+    std::atomic<bool> finished{false};
+    Reading finishedDialogue{-120.0};
 
     // Readings.
     Reading momentaryLufs{-120.0}, shortTermLufs{-120.0}, momentaryMax{-120.0}, shortTermMax{-120.0};

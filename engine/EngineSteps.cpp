@@ -2,6 +2,7 @@
 // true-peak and realtime-dynamics bookkeeping, gating and the history writes;
 // plus the recomputation of the gated values from a restored history.
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <limits>
 
@@ -19,6 +20,19 @@ double PeakToDb(double peak) { return peak > 1e-6 ? 20.0 * std::log10(peak) : -1
 std::int32_t ToIndex(std::int64_t v) {
     if (v < 0 || v > std::numeric_limits<std::int32_t>::max()) return 0;
     return static_cast<std::int32_t>(v);
+}
+
+// A power as the 32-bit history keeps it: a finite value beyond the float
+// range is kept as the largest float, never as infinity.
+float Stored(double power) { return static_cast<float>(std::min(power, static_cast<double>(FLT_MAX))); }
+
+// Keeps the ascending list of blocks whose momentary window was not full
+// when they were last written.
+void NotePartialBlock(std::vector<std::int32_t>& partial, std::int32_t index, bool isPartial) {
+    auto it = std::lower_bound(partial.begin(), partial.end(), index);
+    const bool listed = it != partial.end() && *it == index;
+    if (isPartial && !listed) partial.insert(it, index);
+    if (!isPartial && listed) partial.erase(it);
 }
 
 template <class T>
@@ -187,9 +201,10 @@ void LoudnessEngine::Step100(std::int64_t last, double m, double s) {
                !(c.trackedBlock == index && c.trackedIncomplete)) {
         // A measured block keeps its values while the windows refill.
     } else {
-        H::Write(h.momentaryPower, start, index, static_cast<float>(m), H::kPowerFill);
-        H::Write(h.shortTermPower, start, index, static_cast<float>(s), H::kPowerFill);
+        H::Write(h.momentaryPower, start, index, Stored(m), H::kPowerFill);
+        H::Write(h.shortTermPower, start, index, Stored(s), H::kPowerFill);
         H::Write(h.blockFlags, start, index, warmUp ? kFlagWarmUp : kFlagMeasured, H::kBlockFlagFill);
+        NotePartialBlock(c.partialBlocks, index, !c.momentary.Full());
     }
 
     if (!c.paused) {
@@ -218,12 +233,12 @@ void LoudnessEngine::Step100(std::int64_t last, double m, double s) {
             if (present && oldS >= kAbsoluteGate) {
                 c.shortTermSum = std::max(0.0, c.shortTermSum - oldS);
                 c.shortTermCount = std::max<std::int64_t>(0, c.shortTermCount - 1);
-                EraseSorted(c.sorted, static_cast<float>(oldS));
+                EraseSorted(c.sorted, Stored(oldS));
             }
             if (s >= kAbsoluteGate) {
                 c.shortTermSum += s;
                 c.shortTermCount += 1;
-                InsertSorted(c.sorted, static_cast<float>(s));
+                InsertSorted(c.sorted, Stored(s));
                 const double gate =
                     (c.shortTermSum / static_cast<double>(c.shortTermCount)) * kRangeRelativeFactor;
                 if (s >= gate) {
@@ -340,6 +355,12 @@ void LoudnessEngine::AdoptHistory(PreparedHistory& p) {
     c.publishedSteps100 = c.steps100;
     c.publishedMeasured = c.measured;
     c.haveResult = blocks > begin;
+    // A restored measurement started with an empty momentary window.
+    c.partialBlocks.clear();
+    c.finished = false;
+    if (c.step100 > 0)
+        for (std::int32_t b = begin; b < blocks && (b - begin + 1) * c.step100 < c.momentary.Length(); ++b)
+            c.partialBlocks.push_back(b);
     dialogue_->RebuildFromHistory(h);
 }
 

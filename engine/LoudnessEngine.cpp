@@ -121,6 +121,8 @@ void LoudnessEngine::Reset() {
     c.shortTermSum = 0.0;
     c.shortTermCount = 0;
     c.sorted.clear();
+    c.partialBlocks.clear();
+    c.finished = false;
     c.position = 0;
     c.measured = 0;
     c.steps10 = 0;
@@ -289,7 +291,9 @@ std::int64_t LoudnessEngine::MeasuredSamples() const {
     return core_->publishedMeasured.load(std::memory_order_relaxed);
 }
 
-double LoudnessEngine::IntegratedDialogue() const { return dialogue_->Integrated(); }
+double LoudnessEngine::IntegratedDialogue() const {
+    return core_->finished.load(std::memory_order_relaxed) ? core_->finishedDialogue.Get() : dialogue_->Integrated();
+}
 double LoudnessEngine::DialogueRange() const { return dialogue_->Range(); }
 double LoudnessEngine::DialogueRangeLow() const { return dialogue_->RangeLow(); }
 double LoudnessEngine::DialogueRangeHigh() const { return dialogue_->RangeHigh(); }
@@ -349,6 +353,7 @@ void LoudnessEngine::ProcessBlock(const double* const* channels, int offset, int
 void LoudnessEngine::Run(const double* const* channels, int offset, int frames) {
     if (channels == nullptr || frames <= 0 || offset < 0) return;
     EngineCore& c = *core_;
+    c.finished.store(false, std::memory_order_relaxed);
     const int nch = c.Processed();
     const KernelSet& k = *c.kernels;
     const TruePeakTable& table = c.eco ? ShortTruePeakTable() : LongTruePeakTable();

@@ -54,6 +54,21 @@ struct RangeReading {
     std::int32_t blocks = 0;  // measured 100 ms blocks inside the range
 };
 
+// The values of a whole programme with the final gates, as BS.1770-4 and
+// EBU Tech 3342 define them for a finished measurement: every complete 400 ms
+// gating block (75 % overlap) is gated against the relative threshold of all
+// blocks, not only those seen up to the last block that passed it.
+struct ProgrammeValues {
+    bool complete = false;          // at least one complete gating block was measured
+    std::int32_t gatingBlocks = 0;  // complete gating blocks in the programme
+    double integrated = -120.0;     // LUFS; -120.0 when not complete or all gated out
+    double plr = 0.0;               // LU; 0.0 when not complete
+    double loudnessRange = 0.0;
+    double loudnessRangeLow = -120.0;
+    double loudnessRangeHigh = -120.0;
+    double integratedDialogue = -120.0;  // speech-gated blocks over the whole programme
+};
+
 class LoudnessEngine {
 public:
     static constexpr int kMaxChannels = velorum::kMaxChannels;
@@ -200,6 +215,17 @@ public:
     // Integrated loudness and loudness range over 100 ms blocks [begin, end)
     // of the history (the selected range of the graph). Takes the mutex.
     RangeReading MeasureRange(std::int32_t begin, std::int32_t end) const;
+    // Integrated loudness, PLR, loudness range and the dialogue-gated
+    // integrated value over everything measured since the reset, with the
+    // final gates. The live readings keep their per-step rule; this is the
+    // value for the end of a programme. Takes the mutex.
+    ProgrammeValues ExactProgramme() const;
+    // Ends a programme (a file measured to its end): the integrated, PLR,
+    // loudness-range and dialogue-integrated readings take the values of
+    // ExactProgramme() until more audio is processed or the engine is reset.
+    void FinishProgramme();
+    // True after FinishProgramme() until more audio or a reset.
+    bool ProgrammeFinished() const;
 
     // The 24 K-weighting filters' active coefficients {a1, a2, b0, b1, b2}.
     std::array<double, 5> ActiveCoefficients(int channel, int stage) const;

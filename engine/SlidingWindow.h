@@ -21,6 +21,7 @@ public:
         pos_ = 0;
         fill_ = 0;
         sum_ = 0.0;
+        resum_ = false;
     }
 
     void Push(double v) {
@@ -107,8 +108,16 @@ public:
         b.pos_ = pb;
     }
 
-    // Sum / L, after flushing a denormal sum to 0.0.
+    // Sum / L, after flushing a denormal sum to 0.0. A sum beyond anything
+    // audio can give holds a huge (but finite) value; once that value leaves
+    // the window, subtracting it would leave only its rounding error, which
+    // the running sum would keep for ever. So while the sum is that large,
+    // and once more after, it is summed afresh from the ring.
     double MeanSquare() {
+        if (resum_ || std::fabs(sum_) > kResumAbove) {
+            sum_ = ExactSum();
+            resum_ = sum_ > kResumAbove;
+        }
         if (std::fabs(sum_) < DBL_MIN) sum_ = 0.0;
         return sum_ / static_cast<double>(length_);
     }
@@ -119,11 +128,32 @@ public:
     double Sum() const { return sum_; }
 
 private:
+    // Far above the sum of any window of audio (24 channels at full scale
+    // over 3 s at 768 kHz stay below 1e9).
+    static constexpr double kResumAbove = 1e10;
+
+    // The sum of the values in the window: the fill entries before the write
+    // position, or all but the oldest slot once the ring is full.
+    double ExactSum() const {
+        const int size = length_ + 1;
+        double sum = 0.0;
+        if (fill_ < size) {
+            for (int i = 0; i < pos_; ++i) sum += ring_[static_cast<std::size_t>(i)];
+            if (fill_ > pos_)  // wrapped while filling
+                for (int i = size - (fill_ - pos_); i < size; ++i) sum += ring_[static_cast<std::size_t>(i)];
+            return sum;
+        }
+        for (int i = 0; i < size; ++i)
+            if (i != pos_) sum += ring_[static_cast<std::size_t>(i)];
+        return sum;
+    }
+
     std::vector<double> ring_{0.0, 0.0};
     int length_ = 1;
     int pos_ = 0;
     int fill_ = 0;
     double sum_ = 0.0;
+    bool resum_ = false;
 };
 
 }  // namespace velorum

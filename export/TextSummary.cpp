@@ -8,10 +8,11 @@
 namespace velorum {
 namespace {
 
-// snprintf into a std::string; throws when the number can't be formatted.
+// snprintf into a std::string; throws when the number can't be formatted. The
+// buffer holds any double in "%.1f" (at most 309 digits before the point).
 __attribute__((format(printf, 1, 2))) std::string format(const char* f, ...)
 {
-    char buffer[128];
+    char buffer[400];
     va_list args;
     va_start(args, f);
     const int n = std::vsnprintf(buffer, sizeof buffer, f, args);
@@ -22,12 +23,15 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* f, ...)
 }
 
 // A value that is not a number cannot be shown: the summary fails instead.
+// Every finite value, however large, is shown.
 std::string tenth(double value)
 {
     if (!std::isfinite(value))
         throw std::runtime_error("Error during formatting.");
     return format("%.1f", RoundToTenth(value));
 }
+
+constexpr const char* kTooShort = "not measured (shorter than one 400 ms gating block)";
 
 std::string checked(const char* buffer, size_t n)
 {
@@ -112,12 +116,21 @@ bool BuildTextSummary(const SummaryInput& in, std::string& text, std::string* er
             s += "Loudness Range Dial = " + tenth(v.loudnessRangeDialogue) + " LU\n";
             s += "Speech Content = " + format("%i", static_cast<int>(v.speechContentPercent)) + "%\n";
         }
-        s += "Integrated = " + tenth(v.integrated) + " " + unit + "\n";
+        if (v.integratedMeasured)
+            s += "Integrated = " + tenth(v.integrated) + " " + unit + "\n";
+        else
+            s += std::string("Integrated = ") + kTooShort + "\n";
         s += "Loudness Range = " + tenth(v.loudnessRange) + " LU\n";
-        s += "Average Dynamics (PLR) = " + tenth(v.plr) + " LU\n";
+        if (v.integratedMeasured)
+            s += "Average Dynamics (PLR) = " + tenth(v.plr) + " LU\n";
+        else
+            s += std::string("Average Dynamics (PLR) = ") + kTooShort + "\n";
         s += "Momentary Max = " + tenth(v.momentaryMax) + " " + unit + "\n";
         s += "Short Term Max = " + tenth(v.shortTermMax) + " " + unit + "\n";
         s += "True Peak Max = " + tenth(v.truePeakMax) + " dBTP\n";
+        if (v.nonFiniteSamples > 0)
+            s += "Non-finite Samples = " + format("%lld", static_cast<long long>(v.nonFiniteSamples)) +
+                 " (NaN or infinite, measured as silence)\n";
         text = std::move(s);
         return true;
     } catch (const std::exception& e) {

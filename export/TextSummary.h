@@ -32,6 +32,9 @@
 namespace velorum {
 
 struct SummaryValues {
+    // False for a programme shorter than one complete 400 ms gating block:
+    // the integrated and PLR lines say so in words.
+    bool integratedMeasured = true;
     double integrated = -120.0;
     double loudnessRange = 0.0;
     double plr = 0.0;
@@ -42,6 +45,9 @@ struct SummaryValues {
     double integratedDialogue = -120.0;
     double loudnessRangeDialogue = 0.0;
     double speechContentPercent = 0.0;
+    // NaN and infinite samples of an analysed file, measured as silence; a
+    // line of its own when not 0.
+    int64_t nonFiniteSamples = 0;
 };
 
 struct SummaryInput {

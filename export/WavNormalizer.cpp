@@ -179,6 +179,7 @@ NormalizeResult NormalizeFile(const NormalizeRequest& request)
     }
     progress(100);
     result.ok = true;
+    written.FinishProgramme();   // the written programme's values with the final gates
     result.resultIntegrated = written.Integrated();
     result.resultTruePeak = written.TruePeakMax();
     if (result.resultTruePeak > request.truePeakMax) {

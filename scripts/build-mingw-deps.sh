@@ -2,9 +2,9 @@
 # Builds the static Windows (mingw-w64) libraries that Debian does not ship for
 # mingw: for the editor's drawing layer pixman, FreeType, libpng and cairo
 # (win32 surface, FreeType font backend, no fontconfig); for the file decoders
-# libogg, libFLAC, libsndfile (WAV, RF64, AIFF, FLAC; no Vorbis, Opus or MPEG
-# inside it) and libmpg123. zlib comes from Debian's libz-mingw-w64-dev, the
-# Ogg Vorbis decoder (stb_vorbis) from the header-only libstb-dev.
+# libogg, libvorbis (the Ogg Vorbis decoder, libvorbisfile), libFLAC,
+# libsndfile (WAV, RF64, AIFF, FLAC; no Vorbis, Opus or MPEG inside it) and
+# libmpg123. zlib comes from Debian's libz-mingw-w64-dev.
 #
 # The sources are Debian's own source packages (apt-get source). The result is
 # installed once into a cached prefix outside the build tree, keyed by the
@@ -15,7 +15,7 @@
 # or to the log file inside the cache.
 set -euo pipefail
 
-recipe=3
+recipe=4
 cache_root=${VELORUM_MINGW_CACHE:-${HOME}/.cache/velorum/mingw-deps}
 host=x86_64-w64-mingw32
 jobs=${VELORUM_JOBS:-2}
@@ -24,9 +24,9 @@ jobs=${VELORUM_JOBS:-2}
 log() { echo "build-mingw-deps: $*" >&2; }
 
 # The source packages and the -dev packages whose versions key the cache.
-sources=(pixman freetype libpng1.6 cairo libogg flac libsndfile mpg123)
-stamp_pkgs=(libpixman-1-dev libfreetype-dev libpng-dev libcairo2-dev libogg-dev libflac-dev libsndfile1-dev
-  libmpg123-dev)
+sources=(pixman freetype libpng1.6 cairo libogg libvorbis flac libsndfile mpg123)
+stamp_pkgs=(libpixman-1-dev libfreetype-dev libpng-dev libcairo2-dev libogg-dev libvorbis-dev libflac-dev
+  libsndfile1-dev libmpg123-dev)
 
 versions=$(dpkg-query -W -f='${source:Version} ' "${stamp_pkgs[@]}" 2>/dev/null || true)
 stamp=$(printf 'r%s %s' "$recipe" "$versions" | sha1sum | cut -c1-12)
@@ -134,6 +134,12 @@ step "libogg"
    && make -j"$jobs" -C src && make -C src install && make -C include install && make install-pkgconfigDATA) \
    >>"$logfile" 2>&1
 
+# libvorbis, libvorbisenc and libvorbisfile: the library folder and headers only.
+step "libvorbis"
+(cd "$(src libvorbis)" && ./configure "${common[@]}" --with-ogg="$prefix" --disable-docs --disable-examples \
+   --disable-oggtest && make -j"$jobs" -C lib && make -C lib install && make -C include install \
+   && make install-pkgconfigDATA) >>"$logfile" 2>&1
+
 # libFLAC only: no command-line programs, no C++ library, no documentation.
 # Code that includes its headers must define FLAC__NO_DLL to link the static
 # library (flac.pc does not say so); libsndfile's step below does.
@@ -144,7 +150,7 @@ step "flac"
    && make -j"$jobs" -C src/libFLAC && make -C src/libFLAC install && make -C include install) >>"$logfile" 2>&1
 
 # libsndfile's own build treats FLAC, Vorbis and Opus as one switch. Only its
-# FLAC codec is wanted here (Ogg Vorbis is decoded by stb_vorbis), so the
+# FLAC codec is wanted here (Ogg Vorbis is decoded by libvorbisfile), so the
 # Vorbis and Opus codecs are compiled as the library's own "not compiled in"
 # stubs and dropped from its link and pkg-config requirements.
 step "libsndfile"
@@ -177,7 +183,8 @@ step "mpg123"
    && install -m 644 src/libmpg123/mpg123.h src/libmpg123/fmt123.h "$prefix/include/" \
    && install -m 644 libmpg123.pc "$prefix/lib/pkgconfig/") >>"$logfile" 2>&1
 
-for lib in libpixman-1.a libfreetype.a libpng16.a libcairo.a libogg.a libFLAC.a libsndfile.a libmpg123.a; do
+for lib in libpixman-1.a libfreetype.a libpng16.a libcairo.a libogg.a libvorbis.a libvorbisfile.a libFLAC.a \
+  libsndfile.a libmpg123.a; do
   if [ ! -f "$prefix/lib/$lib" ]; then log "missing $lib after the build"; exit 1; fi
 done
 [ -f "$prefix/lib/libpng.a" ] || cp "$prefix/lib/libpng16.a" "$prefix/lib/libpng.a"

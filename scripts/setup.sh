@@ -9,11 +9,13 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   # product libraries
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
-  libsndfile1-dev libmpg123-dev libstb-dev libogg-dev libflac-dev
+  libsndfile1-dev libmpg123-dev libvorbis-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
+  libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng
+  # the local fuzz run (scripts/fuzz-reader.sh): clang with libFuzzer
+  clang libclang-rt-14-dev
   xvfb xauth x11-utils
   # Windows cross-build and its tests
   mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64

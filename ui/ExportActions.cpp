@@ -51,13 +51,20 @@ SummaryValues Values(const MeterModel& model) {
   SummaryValues s;
   s.integrated = v.integrated;
   const LoudnessEngine& e = model.Engine();
+  s.plr = v.plr;
   if (v.rangeSelected) {
     const auto b = static_cast<int32_t>(model.SelectionBegin() * 10.0), en = static_cast<int32_t>(model.SelectionEnd() * 10.0);
     s.loudnessRange = e.MeasureRange(b, en).loudnessRange;
   } else {
-    s.loudnessRange = v.loudnessRange;
+    // The exported values are those of the programme so far with the final
+    // gates, as a file analysis gives them; the live readout keeps its
+    // per-step rule.
+    const ProgrammeValues p = e.ExactProgramme();
+    s.integratedMeasured = p.complete;
+    s.integrated = p.integrated;
+    s.plr = p.plr;
+    s.loudnessRange = p.loudnessRange;
   }
-  s.plr = v.plr;
   s.momentaryMax = v.momentaryMax;
   s.shortTermMax = v.shortTermMax;
   s.truePeakMax = v.truePeakMax;
@@ -112,6 +119,7 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
     in.timecodeEnd = Timecode(end, model, settings);
     in.presetName = model.PresetMenuName();
     in.values = Values(model);
+    if (file) in.values.nonFiniteSamples = file->nonFiniteSamples;
     in.lkfs = lkfs;
     return BuildTextSummary(in, content, &message);
   }

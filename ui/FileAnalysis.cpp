@@ -80,6 +80,7 @@ std::unique_ptr<FileMeasurement> FileAnalysis::TakeResult() {
   file->bitsPerSample = info.bitsPerSample;
   file->timeReference = info.timeReference;
   file->channelNames = info.channelNames;
+  file->nonFiniteSamples = info.nonFiniteSamples;
   file->complete = true;
   file->RebuildDistributions();
   mImpl->driver.reset();

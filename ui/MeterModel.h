@@ -34,6 +34,7 @@ struct FileMeasurement {
   int32_t bitsPerSample = -1;
   uint64_t timeReference = 0;
   std::vector<std::string> channelNames;
+  int64_t nonFiniteSamples = 0;  // NaN/Inf samples measured as silence
   bool complete = false;
   // Recounts the distributions from the finished history.
   void RebuildDistributions();

@@ -111,17 +111,16 @@ TEST(AudioFileReader, LastBlockIsPaddedWithSilenceAndProgressClampsAt100)
     EXPECT_EQ(reader.framesDelivered(), 4097u);
 }
 
-TEST(AudioFileReader, ZeroLengthFileCannotBePrepared)
+TEST(AudioFileReader, ZeroLengthFileIsRefusedAsHoldingNoAudio)
 {
     TempDir dir;
     const std::string path = dir.file("empty.wav");
     ASSERT_TRUE(test::writeWav(path, 2, 48000, {}));
     AudioFileReader reader;
-    ASSERT_TRUE(reader.open(path));
-    EXPECT_EQ(reader.totalFrames(), 0u);
-    EXPECT_FALSE(reader.prepare(4096));
-    EXPECT_EQ(reader.error(), AudioFileReader::ErrorNothingToRead);
+    EXPECT_FALSE(reader.open(path));
+    EXPECT_EQ(reader.error(), AudioFileReader::ErrorNoAudio);
     EXPECT_EQ(reader.state(), AudioFileReader::StateFailed);
+    EXPECT_FALSE(reader.prepare(4096));
 
     AudioFileReader never;   // nothing opened at all
     EXPECT_FALSE(never.prepare(4096));
@@ -136,7 +135,7 @@ TEST(AudioFileReader, MissingAndZeroByteFilesFailToOpen)
     for (const std::string& path : {zero, dir.file("absent.flac"), dir.file("noext")}) {
         AudioFileReader reader;
         EXPECT_FALSE(reader.open(path)) << path;
-        EXPECT_EQ(reader.error(), AudioFileReader::ErrorOpen);
+        EXPECT_EQ(reader.error(), path == zero ? AudioFileReader::ErrorOpen : AudioFileReader::ErrorMissing);
         EXPECT_EQ(reader.state(), AudioFileReader::StateFailed);
         EXPECT_FALSE(reader.readBlock());
     }

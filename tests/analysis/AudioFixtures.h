@@ -212,6 +212,7 @@ inline Readings measureDirect(const std::vector<float>& samples, int channels, i
         engine.ProcessBlock(at.data(), n);
         done += static_cast<size_t>(n);
     }
+    engine.FinishProgramme();   // as the analysis does at the end of a file
     return readingsOf(engine);
 }
 

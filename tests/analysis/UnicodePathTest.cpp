@@ -123,7 +123,7 @@ TEST(UnicodePaths, MalformedUtf8NamesAreRefused)
                                   std::string("tone\xe9\x9f.wav")}) {
         AudioFileReader reader;
         EXPECT_FALSE(reader.open(dir.file(bad)));
-        EXPECT_EQ(reader.error(), AudioFileReader::ErrorOpen);
+        EXPECT_EQ(reader.error(), AudioFileReader::ErrorMissing);
         EXPECT_EQ(reader.state(), AudioFileReader::StateFailed);
         EXPECT_FALSE(reader.openMultiMono({dir.file(bad), dir.file("tone.wav")}, 0xFFFFFFFFu, false));
     }

@@ -125,7 +125,7 @@ TEST_F(CommandTest, JsonLinesAndExitStatusForFailedFiles)
                             "\"lra_high\":", "\"momentary_max\":", "\"short_term_max\":", "\"true_peak_max\":",
                             "\"plr\":"})
         EXPECT_NE(first.find(key), std::string::npos) << key;
-    EXPECT_NE(run.out.find("\"error\":\"The file could not be opened.\""), std::string::npos);
+    EXPECT_NE(run.out.find("\"error\":\"The file could not be opened."), std::string::npos);
     // Input order is kept.
     EXPECT_LT(run.out.find("on target.wav"), run.out.find("broken.mp3"));
     EXPECT_LT(run.out.find("broken.mp3"), run.out.find("quiet.wav"));

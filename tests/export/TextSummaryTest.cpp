@@ -139,7 +139,7 @@ TEST(TextSummary, RoundingIsHalfAwayFromZeroOnTheTenfold)
     EXPECT_NE(text.find("True Peak Max = 0.3 dBTP\n"), std::string::npos);
 }
 
-TEST(TextSummary, AValueThatIsNotANumberFailsTheFormatting)
+TEST(TextSummary, AValueThatIsNotANumberFailsTheFormattingAndAnyFiniteOneFormats)
 {
     SummaryInput in = fileInput();
     in.values.loudnessRange = std::nan("");
@@ -147,6 +147,24 @@ TEST(TextSummary, AValueThatIsNotANumberFailsTheFormatting)
     EXPECT_FALSE(BuildTextSummary(in, text, &error));
     EXPECT_EQ(error, "Error during formatting.");
     EXPECT_EQ(text, "unchanged");
+    for (double huge : {1e30, -1e300, 1.7976931348623157e308}) {
+        in = fileInput();
+        in.values.integrated = huge;
+        in.values.truePeakMax = huge;
+        EXPECT_TRUE(BuildTextSummary(in, text, &error)) << huge;
+    }
+}
+
+TEST(TextSummary, TooShortProgrammesAndNonFiniteSamplesAreSaidInWords)
+{
+    SummaryInput in = fileInput();
+    EXPECT_EQ(build(in).find("Non-finite"), std::string::npos);
+    in.values.integratedMeasured = false;
+    in.values.nonFiniteSamples = 3;
+    const std::string text = build(in);
+    EXPECT_NE(text.find("Integrated = not measured (shorter than one 400 ms gating block)\n"), std::string::npos);
+    EXPECT_NE(text.find("Average Dynamics (PLR) = not measured"), std::string::npos);
+    EXPECT_NE(text.find("Non-finite Samples = 3 (NaN or infinite, measured as silence)\n"), std::string::npos);
 }
 
 TEST(TextSummary, ShortDurationForms)

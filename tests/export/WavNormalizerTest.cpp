@@ -89,7 +89,7 @@ TEST(WavNormalizer, SilenceAndUnreadableInputsAreRefused)
     request.input = dir.file("absent.wav");
     r = NormalizeFile(request);
     EXPECT_FALSE(r.ok);
-    EXPECT_EQ(r.message, "The file could not be opened.");
+    EXPECT_EQ(r.message, "The file could not be opened. It does not exist.");
 }
 
 // A 16-bit stereo programme of four seconds with a bext time reference.
