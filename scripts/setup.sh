@@ -15,6 +15,8 @@ packages=(
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
   xvfb xauth x11-utils
+  # speech classifier training (engine/speech/train/train.sh)
+  python3-numpy python3-torch espeak-ng sox
   # Windows cross-build and its tests
   mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
   # Media Foundation under wine decodes through GStreamer (WAV, FLAC, MP3,
