@@ -5,8 +5,9 @@
 //    material: the share of decisions right, read every 2 s after the first
 //    2.048 s, and for non-speech the worst single stream; for streams with a
 //    speech stem, the engine's dialogue-gated integrated loudness against the
-//    ideal gate (the mix measured over the 100 ms blocks where the stem is
-//    active: its momentary loudness within 20 LU of its integrated loudness).
+//    ideal gate (the mix measured over the 100 ms blocks after the first
+//    2.048 s where the stem is active: its momentary loudness above -70 LUFS,
+//    the dialogue reading's own absolute gate).
 //    Printed as a Markdown table.
 // 2. Cost: the engine with dialogue gating against the engine with it
 //    switched off, stereo and 5.1 at 48 kHz, measured in the same run (Google
@@ -92,7 +93,7 @@ EngineRun Measure(const std::vector<float>& audio) {
 
 // The mix over the blocks where the speech stem is active, after the latency.
 double IdealGate(const EngineRun& mix, const EngineRun& stem) {
-  const double active = std::pow(10.0, (stem.integrated - 20.0) / 10.0);
+  const double active = velorum::DialogueGate::kGate;
   const std::size_t first = 21;  // 2.048 s in 100 ms blocks, rounded up
   double sum = 0.0;
   long long n = 0;
