@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Trains the speech classifier's network and writes its weight table.
 
-    train.py [--cache DIR] [--minutes M] [--out FILE]
+    train.py [--cache DIR] [--minutes M | --steps N] [--out FILE]
 
 Reads the training streams of <cache>/train.txt and the per-frame model
 inputs that velorum_speech_frames computed for them with the product's own
@@ -9,7 +9,9 @@ code (<stream>.in), trains the causal convolutional network of
 engine/speech/SpeechModel.h with torch on one thread, picks the decision
 threshold on a validation tenth of the training streams (the evaluation
 streams are never read), and writes engine/speech/SpeechModelWeights.cpp.
-Seeded: the same streams and time budget give the same table on one machine.
+Seeded: with --steps the same streams give the same table; with the default time
+budget the number of steps depends on the machine's speed (the table's header
+comment records it).
 """
 
 import argparse
@@ -78,6 +80,7 @@ def main():
     ap.add_argument("--cache", default=os.environ.get(
         "VELORUM_SPEECH_DATA", os.path.join(os.environ.get("HOME", "."), ".cache/velorum/speech-data")))
     ap.add_argument("--minutes", type=float, default=25.0)
+    ap.add_argument("--steps", type=int, default=0, help="train for exactly N steps instead of a time budget")
     ap.add_argument("--out", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "..",
                                                    "SpeechModelWeights.cpp"))
     args = ap.parse_args()
@@ -107,7 +110,12 @@ def main():
     batch, span = 32, REACH + CROP
     start, step, deadline = time.time(), 0, time.time() + args.minutes * 60
     total = None
-    while time.time() < deadline:
+    def progress():
+        if args.steps:
+            return step / args.steps
+        return (time.time() - start) / (deadline - start)
+
+    while progress() < 1.0:
         xs, ys = [], []
         for _ in range(batch):
             c = cats[rng.choice(len(cats), p=cat_p)]
@@ -118,8 +126,8 @@ def main():
         xb = torch.from_numpy(np.stack(xs))
         xb = xb + 0.02 * torch.randn_like(xb)
         yb = torch.tensor(ys, dtype=torch.float32)[:, None].expand(-1, CROP)
-        # Learning rate: cosine decay over the time budget.
-        frac = min(1.0, (time.time() - start) / (deadline - start))
+        # Learning rate: cosine decay over the budget.
+        frac = min(1.0, progress())
         for g in opt.param_groups:
             g["lr"] = 3e-3 * (0.05 + 0.95 * 0.5 * (1 + np.cos(np.pi * frac)))
         loss = torch.nn.functional.binary_cross_entropy_with_logits(net(xb), yb)
