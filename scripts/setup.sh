@@ -17,6 +17,8 @@ packages=(
   # the local fuzz run (scripts/fuzz-reader.sh): clang with libFuzzer
   clang libclang-rt-14-dev
   xvfb xauth x11-utils
+  # speech classifier training (engine/speech/train/train.sh)
+  python3-numpy python3-torch espeak-ng sox
   # Windows cross-build and its tests
   mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
   # Media Foundation under wine decodes through GStreamer (WAV, FLAC, MP3,

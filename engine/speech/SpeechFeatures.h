@@ -1,14 +1,18 @@
 #pragma once
-// Feature extraction of the speech classifier. Audio at 16 kHz is cut into
-// back-to-back 32 ms frames (Hann-windowed, not overlapped: the classifier
-// has to stay cheap beside the engine); each frame is reduced to a few numbers
-// (energy, six band energies, spectral flux, centroid, voicing and pitch, zero
-// crossings). The 64 frames of the last 2.048 s are then summarised into the window
-// features that the model reads: pause structure and level spread, the
-// syllabic (2 to 8 Hz) modulation of three band envelopes and the regularity
-// of the envelope (beats), flux statistics, voicing and pitch movement and the
-// length of voiced runs (syllables against held notes), centroid and
-// zero-crossing statistics and the long-term spectral shape. The same code serves the real-time classifier and the training tool.
+// Frame analysis of the speech classifier. Audio at 16 kHz is cut into
+// back-to-back 32 ms frames (Hann-windowed, not overlapped: the classifier has
+// to stay cheap beside the engine). Each frame gives the model one input
+// vector of kFrameInputs values:
+//   - 32 log-mel band energies (60 Hz to 7.6 kHz) minus their mean over the
+//     bands: the spectral shape, independent of the level;
+//   - the same 32 log energies minus their mean over the last 32 frames
+//     (1.024 s): what rises above the recent background in each band, which
+//     keeps speech visible over a steady bed;
+//   - the frame's log energy against its 1 s mean, the harmonicity (peak of
+//     the autocorrelation of the magnitude spectrum) and the pitch it points
+//     at, and the spectral flux.
+// The model (SpeechModel) learns the temporal patterns over these frames.
+// The same code serves the real-time classifier and the training data tool.
 
 #include <vector>
 
@@ -17,41 +21,62 @@
 namespace velorum {
 
 struct SpeechFeatureLayout {
-  static constexpr int kRate = 16000;        // classifier rate, Hz
-  static constexpr int kFrameSize = 512;     // analysis frame, samples (32 ms)
-  static constexpr int kHopSize = 512;       // frame advance, samples (32 ms)
+  static constexpr int kRate = 16000;     // classifier rate, Hz
+  static constexpr int kFrameSize = 512;  // analysis frame, samples (32 ms)
   static constexpr int kBins = kFrameSize / 2 + 1;
-  static constexpr int kWindowFrames = 64;   // frames per decision window (2.048 s)
-  static constexpr int kBands = 6;
-  // Per-frame values kept in the classifier state.
-  enum Frame { kEnergy = 0, kBand0 = 1, kFlux = kBand0 + kBands, kCentroid, kVoicing, kPitchLag, kZeroCross, kFrameValues };
-  static constexpr int kWindowFeatures = 35;  // inputs of the model
+  static constexpr int kWindowFrames = 64;  // frames per 2.048 s
+  static constexpr int kMelBands = 32;
+  static constexpr int kHistoryFrames = 32;  // background mean over 1.024 s
+  // Per-frame log energies kept for the background mean: the bands and the total.
+  static constexpr int kLogValues = kMelBands + 1;
+  enum Input {
+    kShape = 0,
+    kRise = kShape + kMelBands,
+    kLevel = kRise + kMelBands,
+    kHarmonicity,
+    kPitch,
+    kFlux,
+    kFrameInputs
+  };
 };
 
-// Turns one frame into its per-frame values. Holds only read-only tables and
-// scratch memory; the caller keeps the previous frame's magnitudes (the flux
-// needs them), so one analyser can serve any number of channels in turn.
+// Turns one frame into its log energies, harmonicity, pitch and flux. Holds
+// only read-only tables and scratch memory; the caller keeps the previous
+// frame's magnitudes (the flux needs them), so one analyser can serve any
+// number of channels in turn.
 class SpeechFrameAnalyser {
-public:
-  SpeechFrameAnalyser();
-  // frame: kFrameSize samples, oldest first. prevMagnitude: kBins values, read
-  // and then replaced by this frame's magnitudes. out: kFrameValues values.
-  void Analyse(const float* frame, float* prevMagnitude, float* out);
+ public:
+  using L = SpeechFeatureLayout;
+  struct Frame {
+    float logEnergy[L::kLogValues];  // natural log of the mel band mean squares, then of the total
+    float meanSquare;                // mean square of the frame's signal
+    float harmonicity;               // 0 .. 1
+    float pitch;                     // log2 of the pitch in Hz relative to 100 Hz, 0 when none
+    float flux;                      // 0 .. 1
+  };
 
-private:
+  SpeechFrameAnalyser();
+  // frame: kFrameSize samples, oldest first, all finite. prevMagnitude:
+  // kBins values, read and then replaced by this frame's magnitudes.
+  void Analyse(const float* frame, float* prevMagnitude, Frame& out);
+
+ private:
   SpeechFft fft_;
   SpeechFft lagFft_;
   std::vector<float> window_;
   std::vector<float> windowed_;
+  std::vector<float> power_;
   std::vector<float> spectrumLine_;
   std::vector<float> re_, im_;
+  // Mel filter bank: per band a first bin and its triangle weights.
+  std::vector<int> melFirst_, melCount_;
+  std::vector<float> melWeight_;
   float energyScale_ = 1.0f;
 };
 
-// Summarises kWindowFrames per-frame records into the window features.
-// frames: a ring of kWindowFrames records of kFrameValues values; oldest is the
-// index of the oldest record. Returns the window's mean frame energy (mean
-// square of the signal), which the classifier also uses as a silence gate.
-float ComputeSpeechWindowFeatures(const float* frames, int oldest, float* out);
+// The model's input vector of the newest frame. history: ring of
+// kHistoryFrames records of kLogValues log energies that includes the newest
+// frame's; `filled` of them are valid (1 .. kHistoryFrames), the first ones.
+void SpeechFrameInputs(const SpeechFrameAnalyser::Frame& f, const float* history, int filled, float* out);
 
 }  // namespace velorum

@@ -204,6 +204,42 @@ TEST(DialogueGate, SurroundLayoutsListenToLeftRightAndCentre) {
   EXPECT_GT(m.engine.SpeechContent(), 0.5);
 }
 
+TEST(DialogueGate, FilmMixDialogueInTheCentreMusicInTheFronts) {
+  // A 5.1 film mix: dialogue in the centre, a music bed as loud as the
+  // dialogue in left and right, a quieter bed in the surrounds. Each dialogue
+  // channel is judged on its own: the fronts are no speech, the centre is,
+  // and the dialogue reading is the centre's loudness, not the mix's.
+  const int layout = LayoutByName("5.1 (L R C LFE Ls Rs)");
+  ASSERT_GE(layout, 0);
+  const double seconds = 24.0;
+  const std::vector<double> speech = Speech48k(seconds), silent(speech.size(), 0.0);
+  const std::vector<double> ml = Music48k(seconds, 1.0, 11), mr = Music48k(seconds, 1.0, 12);
+  const std::vector<double> sl = Music48k(seconds, 0.3, 13), sr = Music48k(seconds, 0.3, 14);
+  Meter film(6, layout);
+  film.Run({ml, mr, speech, silent, sl, sr});
+  DialogueGate& g = film.engine.Dialogue();
+  EXPECT_EQ(g.SpeechFlag(0), 0);
+  EXPECT_EQ(g.SpeechFlag(1), 0);
+  EXPECT_EQ(g.SpeechFlag(2), 1);
+  EXPECT_GT(film.engine.SpeechContent(), 0.7);
+  Meter centre(1);
+  centre.Run({speech});
+  EXPECT_NEAR(film.engine.IntegratedDialogue(), centre.engine.IntegratedDialogue(), 0.01);
+  EXPECT_LT(film.engine.IntegratedDialogue(), film.engine.Integrated() - 3.0);
+  std::lock_guard<EngineMutex> lockFilm(film.engine.Mutex());
+  std::lock_guard<EngineMutex> lockCentre(centre.engine.Mutex());
+  const MeasurementHistory& h = film.engine.History();
+  const MeasurementHistory& c = centre.engine.History();
+  // Every block that counts carries the centre's power alone.
+  int counted = 0;
+  for (std::size_t i = 0; i < std::min(h.dialogueMomentaryPower.size(), c.momentaryPower.size()); ++i) {
+    if (h.dialogueMomentaryPower[i] <= 1e-12f) continue;
+    EXPECT_NEAR(h.dialogueMomentaryPower[i] / c.momentaryPower[i], 1.0, 1e-3) << i;
+    ++counted;
+  }
+  EXPECT_GT(counted, 150);
+}
+
 TEST(DialogueGate, PlayingAPassageTwiceOnTheTimelineCountsItOnce) {
   Meter m(2);
   m.engine.SetTimelineMode(true);

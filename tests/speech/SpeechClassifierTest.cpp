@@ -4,11 +4,13 @@
 
 #include <cmath>
 #include <complex>
+#include <functional>
 #include <limits>
 #include <random>
 #include <vector>
 
 #include "engine/speech/SpeechFft.h"
+#include "engine/speech/SpeechModel.h"
 #include "speech/SpeechTestSignals.h"
 
 namespace velorum {
@@ -91,11 +93,10 @@ TEST(SpeechClassifier, SilenceTonesAndNoiseAreNotSpeech) {
   }
 }
 
-TEST(SpeechClassifier, RecognisesSynthesisedDialogue) {
-  // Espeak-ng dialogue, repeated with short pauses: mostly speech once the
-  // first 2.048 s have passed, the same at any sensible level. Synthetic
-  // speech lies outside the recorded voices the model learnt from (its
-  // evaluation on held-out recordings is in bench/speech), hence the margin.
+TEST(SpeechClassifier, RecognisesSynthesisedDialogueAtAnyLevel) {
+  // Espeak-ng dialogue, repeated with short pauses: speech once the first
+  // 2.048 s have passed, the same at any sensible level (the inputs are level
+  // differences; only the floor of the logarithms is absolute).
   const std::vector<float> clip = testsignals::EspeakDialogue16k();
   std::vector<int> first;
   for (double gainDb : {-30.0, -12.0, 0.0}) {
@@ -108,10 +109,70 @@ TEST(SpeechClassifier, RecognisesSynthesisedDialogue) {
     const std::vector<int> d = Decisions(c, audio);
     int speech = 0;
     for (int v : d) speech += v == 1;
-    EXPECT_GT(static_cast<double>(speech) / static_cast<double>(d.size()), 0.65) << gainDb;
+    EXPECT_GT(static_cast<double>(speech) / static_cast<double>(d.size()), 0.9) << gainDb;
     if (first.empty()) first = d;
-    EXPECT_EQ(d, first) << "level dependence at " << gainDb << " dB";
+    int differ = 0;
+    for (std::size_t i = 0; i < d.size(); ++i) differ += d[i] != first[i];
+    EXPECT_LE(differ, 2) << "level dependence at " << gainDb << " dB";
   }
+}
+
+TEST(SpeechClassifier, BlockSizeDoesNotChangeTheDecisions) {
+  const std::vector<float> clip = testsignals::EspeakDialogue16k();
+  SpeechClassifier whole;
+  whole.Push(clip.data(), static_cast<int>(clip.size()));
+  for (int block : {1, 7, 511, 512, 4096}) {
+    SpeechClassifier c;
+    for (std::size_t at = 0; at < clip.size(); at += static_cast<std::size_t>(block))
+      c.Push(clip.data() + at, static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(block), clip.size() - at)));
+    EXPECT_EQ(c.Decision(), whole.Decision()) << block;
+    EXPECT_EQ(c.Probability(), whole.Probability()) << block;
+  }
+}
+
+TEST(SpeechNet, StreamingMatchesTheWholeSequenceNetwork) {
+  // The classifier runs the network one frame at a time from ring buffers;
+  // the same network evaluated layer by layer over a whole sequence (as it
+  // is trained) must give the same logits.
+  using W = SpeechModelWeights;
+  const W& w = kSpeechModelWeights;
+  constexpr int kFrames = 90, kC = W::kChannels;
+  std::mt19937 rng(11);
+  std::normal_distribution<float> g(0.0f, 1.0f);
+  std::vector<float> in(static_cast<std::size_t>(kFrames) * W::kInputs);
+  for (std::size_t i = 0; i < in.size(); ++i) in[i] = w.mean[i % W::kInputs] + g(rng) / w.invStd[i % W::kInputs];
+  std::vector<float> h(static_cast<std::size_t>(kFrames) * kC);
+  for (int t = 0; t < kFrames; ++t)
+    for (int o = 0; o < kC; ++o) {
+      float a = w.inputBias[o];
+      for (int i = 0; i < W::kInputs; ++i) {
+        const float x = std::fmax(-8.0f, std::fmin(8.0f, (in[static_cast<std::size_t>(t * W::kInputs + i)] - w.mean[i]) * w.invStd[i]));
+        a += w.input[i][o] * x;
+      }
+      h[static_cast<std::size_t>(t * kC + o)] = std::fmax(a, 0.0f);
+    }
+  for (int l = 0; l < W::kLayers; ++l) {
+    std::vector<float> next = h;
+    for (int t = 0; t < kFrames; ++t)
+      for (int o = 0; o < kC; ++o) {
+        float a = w.convBias[l][o];
+        for (int k = 0; k < W::kTaps; ++k) {
+          const int u = t - (W::kTaps - 1 - k) * W::kDilation[l];
+          if (u < 0) continue;
+          for (int i = 0; i < kC; ++i) a += w.conv[l][k][i][o] * h[static_cast<std::size_t>(u * kC + i)];
+        }
+        next[static_cast<std::size_t>(t * kC + o)] += std::fmax(a, 0.0f);
+      }
+    h = next;
+  }
+  std::vector<float> state(SpeechNet::kStateValues, 0.0f);
+  for (int t = 0; t < kFrames; ++t) {
+    float z = w.outputBias;
+    for (int o = 0; o < kC; ++o) z += w.output[o] * h[static_cast<std::size_t>(t * kC + o)];
+    const float streamed = SpeechNet::Frame(w, in.data() + t * W::kInputs, state.data(), t);
+    EXPECT_NEAR(streamed, z, 1e-3f * (1.0f + std::fabs(z))) << t;
+  }
+  static_assert(SpeechClassifier::kStateValues <= 38064, "the classifier state stays within its budget");
 }
 
 TEST(SpeechClassifier, ForgetsNonFiniteInputOnce2048MillisecondsHavePassed) {
@@ -131,6 +192,33 @@ TEST(SpeechClassifier, ForgetsNonFiniteInputOnce2048MillisecondsHavePassed) {
   EXPECT_EQ(a.Decision(), b.Decision());
   EXPECT_EQ(a.Probability(), b.Probability());
   EXPECT_TRUE(std::isfinite(a.Probability()));
+}
+
+TEST(SpeechClassifier, HostileInputGivesDefinedDecisions) {
+  // Full-scale square waves, huge and denormal values, DC, clicks and a
+  // burst of non-finite samples: every decision is 0 or 1 with a finite
+  // probability, and none of them is taken for speech.
+  const std::size_t n = 16000 * 5;
+  std::mt19937 rng(9);
+  std::uniform_int_distribution<int> pick(0, 5);
+  const std::vector<std::function<float(std::size_t)>> makers = {
+      [](std::size_t i) { return (i / 20) % 2 ? 1.0f : -1.0f; },
+      [](std::size_t i) { return i % 3 ? 1e30f : -1e30f; },
+      [](std::size_t i) { return i % 2 ? 1e-40f : -1e-40f; },
+      [](std::size_t) { return 0.5f; },
+      [](std::size_t i) { return i % 4000 == 0 ? 1.0f : 0.0f; },
+      [&](std::size_t i) {
+        if (i > 20000 && i < 30000) return std::numeric_limits<float>::quiet_NaN();
+        return pick(rng) == 0 ? std::numeric_limits<float>::infinity() : 0.1f * static_cast<float>(pick(rng) - 2);
+      },
+  };
+  for (std::size_t m = 0; m < makers.size(); ++m) {
+    std::vector<float> x(n);
+    for (std::size_t i = 0; i < n; ++i) x[i] = makers[m](i);
+    SpeechClassifier c;
+    for (int d : Decisions(c, x)) EXPECT_EQ(d, 0) << "signal " << m;
+    EXPECT_TRUE(std::isfinite(c.Probability())) << m;
+  }
 }
 
 }  // namespace
