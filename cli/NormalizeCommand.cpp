@@ -214,7 +214,8 @@ int RunNormalizeCommand(const std::vector<std::string>& args) {
         request.forceRf64 = o.rf64;
         request.ecoTruePeak = o.eco;
         request.confirmReplace = [&](const std::string&) {
-          return replace.count(job.output) && replace[job.output];
+          const auto answer = replace.find(job.output);  // read only: the workers share the map
+          return answer != replace.end() && answer->second;
         };
         request.progress = [&](int p) {
           if (stopAt >= 0 && p >= stopAt) std::raise(SIGSTOP);
