@@ -28,14 +28,13 @@ std::vector<float> Signal(double seconds, double quiet, double loud, double from
   return s;
 }
 
-std::vector<float> Limit(const std::vector<float>& in, double ceilingDb, TruePeakLimiter& limiter) {
+std::vector<float> Limit(const std::vector<float>& in, TruePeakLimiter& limiter) {
   std::vector<float> out;
   for (size_t done = 0; done < in.size() / 2; done += 1000) {
     const int n = static_cast<int>(std::min<size_t>(1000, in.size() / 2 - done));
     limiter.Process(in.data() + 2 * done, n, out);
   }
   limiter.Finish(out);
-  (void)ceilingDb;
   return out;
 }
 
@@ -53,7 +52,7 @@ float PeakOf(const std::vector<float>& s) {
 TEST(TruePeakLimiter, BelowTheCeilingTheAudioPassesBitForBit) {
   const std::vector<float> in = Signal(2.0, 0.5, 0.0, 0.0, 0.0);
   TruePeakLimiter limiter(2, 48000, -1.0);
-  const std::vector<float> out = Limit(in, -1.0, limiter);
+  const std::vector<float> out = Limit(in, limiter);
   EXPECT_EQ(out, in);
   EXPECT_EQ(limiter.MaxReductionDb(), 0.0);
   EXPECT_EQ(limiter.LimitedFrames(), 0);
@@ -66,7 +65,7 @@ TEST(TruePeakLimiter, PeaksBetweenSamplesAreHeldAndTheGainComesBack) {
   const double ceiling = -1.0;
   const float limit = static_cast<float>(std::pow(10.0, ceiling / 20.0));
   TruePeakLimiter limiter(2, 48000, ceiling);
-  const std::vector<float> out = Limit(in, ceiling, limiter);
+  const std::vector<float> out = Limit(in, limiter);
   ASSERT_EQ(out.size(), in.size());
   EXPECT_GT(PeakOf(in), limit);
   EXPECT_LE(PeakOf(out), limit * 1.005f);
