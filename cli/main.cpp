@@ -6,12 +6,12 @@
 #include "cli/AnalyzeCommand.h"
 #include "cli/ComplianceSelfTest.h"
 #include "cli/DemoProgramme.h"
+#include "cli/NormalizeCommand.h"
 #include "cli/Measurement.h"
 #include "cli/OutputFiles.h"
 #include "cli/ProgressBar.h"
 #include "engine/ChannelLayouts.h"
 #include "engine/LoudnessEngine.h"
-#include "export/WavNormalizer.h"
 #include "presets/LoudnessStandards.h"
 #include "velorum/Version.h"
 
@@ -35,9 +35,7 @@ const char* kHelp =
     "      Measure the built-in default programme (100 s, stereo, 48 kHz) and print its text summary.\n"
     "  velorum analyze [options] FILE|FOLDER...\n"
     "      Print the text summary of each file (folders are searched for audio and video files).\n"
-    "  velorum normalize IN OUT (--target LUFS | --preset NAME) [--float] [--eco] [-y]\n"
-    "      Write OUT as a WAV file (RF64 above 4 GB) with IN's integrated loudness brought to the\n"
-    "      target; warns when the result's true peak exceeds the maximum (the preset's, else -1 dBTP).\n"
+    "{normalize}"
     "  velorum selftest [-j N] [--eco]\n"
     "      EBU Tech 3341/3342 and true-peak compliance self-test through file reading and the engine.\n"
     "  velorum presets      list the loudness standards (menu text and short name)\n"
@@ -71,8 +69,16 @@ const char* kHelp =
     "  -j N                 files analysed in parallel (default: all cores)\n"
     "  -y, --yes            replace existing output files without asking\n"
     "\n"
-    "Exit status: 0 success, 1 a preset check failed (or the normalised true peak is too high),\n"
+    "Exit status: 0 success, 1 a preset check failed (or a normalised copy misses its target),\n"
     "2 a file could not be measured or written, 64 bad usage.\n";
+
+void printHelp()
+{
+    std::string help = kHelp;
+    const std::string marker = "{normalize}";
+    help.replace(help.find(marker), marker.size(), kNormalizeHelp);
+    std::fputs(help.c_str(), stdout);
+}
 
 int usage(const std::string& error)
 {
@@ -160,70 +166,6 @@ int runDemo(const std::vector<std::string>& args)
     return report.preset && !check.pass ? 1 : 0;
 }
 
-int runNormalize(const std::vector<std::string>& args)
-{
-    NormalizeRequest request;
-    std::vector<std::string> files;
-    bool haveTarget = false;
-    const LoudnessStandard* preset = nullptr;
-    bool yes = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a == "--target" && i + 1 < args.size()) {
-            char* end = nullptr;
-            request.targetLufs = std::strtod(args[++i].c_str(), &end);
-            if (!end || *end != '\0' || !std::isfinite(request.targetLufs) || request.targetLufs < -70.0 ||
-                request.targetLufs > 0.0)
-                return usage("--target needs a loudness from -70 to 0 LUFS");
-            haveTarget = true;
-        } else if (a == "--preset" && i + 1 < args.size()) {
-            preset = FindStandardByName(args[++i]);
-            if (!preset)
-                return usage("unknown preset \"" + args[i] + "\"");
-        } else if (a == "--float") {
-            request.floatOutput = true;
-        } else if (a == "--eco") {
-            request.ecoTruePeak = true;
-        } else if (a == "-y" || a == "--yes") {
-            yes = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            return usage("unknown option " + a);
-        } else {
-            files.push_back(a);
-        }
-    }
-    if (files.size() != 2)
-        return usage("normalize needs an input and an output file");
-    if (!haveTarget && !preset)
-        return usage("normalize needs --target LUFS or --preset NAME");
-    if (!haveTarget)
-        request.targetLufs = preset->target;
-    request.truePeakMax = preset ? preset->truePeakMax : -1.0;
-    request.input = files[0];
-    request.output = files[1];
-    ReplacePolicy policy(yes);
-    request.confirmReplace = [&](const std::string&) { return policy.ask(request.output); };
-    ProgressBar bar;
-    request.progress = [&](int p) { bar.update(p / 100.0, "normalize"); };
-    const NormalizeResult r = NormalizeFile(request);
-    bar.clear();
-    if (!r.ok) {
-        std::fprintf(stderr, "velorum: %s: %s\n", request.input.c_str(), r.message.c_str());
-        return 2;
-    }
-    std::printf("Source: %.1f LUFS, true peak %.1f dBTP\n", RoundToTenth(r.sourceIntegrated),
-                RoundToTenth(r.sourceTruePeak));
-    std::printf("Gain: %+.2f dB\n", r.gainDb);
-    std::printf("Written: %s (%s)\n", request.output.c_str(), r.rf64 ? "RF64" : "WAV");
-    std::printf("Result: %.1f LUFS, true peak %.1f dBTP\n", RoundToTenth(r.resultIntegrated),
-                RoundToTenth(r.resultTruePeak));
-    if (r.truePeakWarning) {
-        std::fprintf(stderr, "velorum: %s\n", r.message.c_str());
-        return 1;
-    }
-    return 0;
-}
-
 int runSelfTest(const std::vector<std::string>& args)
 {
     int jobs = static_cast<int>(std::thread::hardware_concurrency());
@@ -263,14 +205,14 @@ int dispatch(int argc, char** argv)
 {
     if (argc < 2) {
         std::printf("velorum %s", kVersionText);
-        std::fputs(kHelp, stdout);
+        printHelp();
         return 64;
     }
     const std::string command = argv[1];
     const std::vector<std::string> args(argv + 2, argv + argc);
     if (command == "--help" || command == "-h" || command == "help") {
         std::printf("velorum %s", kVersionText);
-        std::fputs(kHelp, stdout);
+        printHelp();
         return 0;
     }
     if (command == "--version" || command == "-V") {
@@ -287,7 +229,7 @@ int dispatch(int argc, char** argv)
         return RunAnalyze(options);
     }
     if (command == "normalize" || command == "normalise")
-        return runNormalize(args);
+        return RunNormalizeCommand(args);
     if (command == "selftest")
         return runSelfTest(args);
     if (command == "presets")

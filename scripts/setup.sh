@@ -16,6 +16,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng
   # the local fuzz run (scripts/fuzz-reader.sh): clang with libFuzzer
   clang libclang-rt-14-dev
+  # command-line options
+  libcli11-dev
   xvfb xauth x11-utils
   # speech classifier training (engine/speech/train/train.sh)
   python3-numpy python3-torch espeak-ng sox
