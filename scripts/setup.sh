@@ -11,6 +11,9 @@ packages=(
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
   libsndfile1-dev libmpg123-dev libstb-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
+  # the update check: JSON headers, and curl's header (libcurl itself is
+  # opened at run time; a machine without it only has no update check)
+  nlohmann-json3-dev libcurl4-openssl-dev
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
