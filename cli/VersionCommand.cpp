@@ -30,8 +30,8 @@ int RunVersionCommand(const std::vector<std::string>& args, std::FILE* out, std:
   settings.checkForUpdates = true;
   const UpdateNotices notices = NoticesFrom(*outcome.manifest, settings, false);
   if (notices.newer) {
-    std::fprintf(out, "A newer version is available: %s\nDownload: %s\n", notices.newer->Text().c_str(),
-                 notices.download.c_str());
+    std::fprintf(out, "Velorum %s: a newer version is available.\nDownload: %s\n",
+                 notices.newer->Text().c_str(), notices.download.c_str());
     if (!notices.notes.empty()) std::fprintf(out, "%s\n", notices.notes.c_str());
   } else {
     std::fprintf(out, "This is the newest version.\n");

@@ -37,6 +37,12 @@ ProductVersion Bumped(int minor) {
 class UpdateCheckTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    // The suite points every test at a dead loopback address; these use the settings' address.
+#ifdef _WIN32
+    _putenv_s(kUpdateUrlVariable, "");
+#else
+    unsetenv(kUpdateUrlVariable);
+#endif
     mFolder = std::string(VELORUM_BINARY_DIR) + "/test-settings/update/" +
               ::testing::UnitTest::GetInstance()->current_test_info()->name();
     std::filesystem::remove_all(mFolder);
