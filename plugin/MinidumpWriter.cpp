@@ -12,8 +12,10 @@ namespace {
 // Stream types and sizes of the public minidump format.
 constexpr uint32_t kSignature = 0x504d444d;  // "MDMP"
 constexpr uint32_t kVersion = 0xa793;
-constexpr uint32_t kThreadListStream = 3, kModuleListStream = 4, kExceptionStream = 6, kSystemInfoStream = 7;
-constexpr uint32_t kHeaderSize = 32, kDirectoryEntrySize = 12, kStreams = 4;
+constexpr uint32_t kThreadListStream = 3, kModuleListStream = 4, kMemoryListStream = 5, kExceptionStream = 6,
+                   kSystemInfoStream = 7, kMiscInfoStream = 15;
+constexpr uint32_t kMemoryListSize = 4 + 16, kMiscInfoSize = 24;
+constexpr uint32_t kHeaderSize = 32, kDirectoryEntrySize = 12, kStreams = 6;
 constexpr uint32_t kSystemInfoSize = 56, kExceptionStreamSize = 168, kThreadSize = 48;
 constexpr uint32_t kContextSize = 1232, kModuleSize = 108;
 constexpr uint32_t kContextAmd64Full = 0x0010000F;  // AMD64 | CONTROL | INTEGER | SEGMENTS | FLOATING_POINT
@@ -199,8 +201,8 @@ void BuildContext(const ucontext_t& uc) {
 }
 
 void WriteHeader(Out& out, uint32_t when, const uint32_t rva[kStreams], const uint32_t size[kStreams]) {
-  static const uint32_t kTypes[kStreams] = {kSystemInfoStream, kExceptionStream, kThreadListStream,
-                                            kModuleListStream};
+  static const uint32_t kTypes[kStreams] = {kSystemInfoStream, kExceptionStream,  kMemoryListStream,
+                                            kMiscInfoStream,   kThreadListStream, kModuleListStream};
   out.U32(kSignature);
   out.U32(kVersion);
   out.U32(kStreams);
@@ -277,7 +279,9 @@ bool Write(int fd, const Fault& f) {
   const uint32_t systemRva = kHeaderSize + kStreams * kDirectoryEntrySize;
   const uint32_t csdRva = systemRva + kSystemInfoSize;
   const uint32_t exceptionRva = csdRva + 8;
-  const uint32_t threadsRva = exceptionRva + kExceptionStreamSize;
+  const uint32_t memoryRva = exceptionRva + kExceptionStreamSize;
+  const uint32_t miscRva = memoryRva + kMemoryListSize;
+  const uint32_t threadsRva = miscRva + kMiscInfoSize;
   const uint32_t contextRva = (threadsRva + 4 + kThreadSize + 15) & ~15u;
   const uint32_t modulesRva = contextRva + kContextSize;
   const uint32_t modulesSize = 4 + kModuleSize * uint32_t(gModuleCount);
@@ -288,12 +292,20 @@ bool Write(int fd, const Fault& f) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   Out out(fd);
-  const uint32_t rva[kStreams] = {systemRva, exceptionRva, threadsRva, modulesRva};
-  const uint32_t size[kStreams] = {kSystemInfoSize, kExceptionStreamSize, 4 + kThreadSize, modulesSize};
+  const uint32_t rva[kStreams] = {systemRva, exceptionRva, memoryRva, miscRva, threadsRva, modulesRva};
+  const uint32_t size[kStreams] = {kSystemInfoSize, kExceptionStreamSize, kMemoryListSize,
+                                   kMiscInfoSize,   4 + kThreadSize,      modulesSize};
   WriteHeader(out, uint32_t(now.tv_sec), rva, size);
   WriteSystemInfo(out, csdRva);
   out.Zeros(8);  // the empty service-pack string
   WriteException(out, f, contextRva);
+  out.U32(1);  // the memory list: the faulting thread's stack, for debuggers that unwind it
+  out.U64(stackStart);
+  out.Location(stackBytes, stackRva);
+  out.U32(kMiscInfoSize);  // misc information: the process id
+  out.U32(1);              // MINIDUMP_MISC1_PROCESS_ID
+  out.U32(uint32_t(getpid()));
+  out.Zeros(12);
   out.U32(1);  // the thread list: the faulting thread
   out.U32(f.threadId);
   out.Zeros(12);  // suspend count, priority class, priority

@@ -1,7 +1,8 @@
 // Writes a minidump of the faulting thread from a signal handler on Linux
 // x86-64: header, stream directory, system information, exception stream,
 // thread list with the faulting context and the top of its stack, and the
-// module list read from /proc/self/maps. Only async-signal-safe calls
+// module list read from /proc/self/maps, the stack also as a memory list,
+// and the process id. Only async-signal-safe calls
 // (open, read, write, close, clock_gettime) and static buffers: no
 // allocation, no locks.
 #pragma once

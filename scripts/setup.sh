@@ -17,6 +17,8 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
+  # a debugger that reads the crash reports back
+  lldb-14
   xvfb xauth x11-utils
   # Windows cross-build and its tests
   mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64

@@ -146,6 +146,22 @@ TEST_P(PluginFaultTest, WritesAReportAndReachesTheHost) {
 #ifndef _WIN32
   EXPECT_EQ(dump->faultingThreadPc, dump->exceptionAddress);
 #endif
+#ifdef VELORUM_LLDB
+  // A debugger of its own reads the report: the stop reason, and the stack
+  // unwound from the plug-in's function into the host.
+  if (c.kind == 1) {
+    const std::string command = std::string(VELORUM_LLDB) + " --batch -o \"target create --core '" +
+                                reports[0].string() + "'\" -o bt 2>/dev/null";
+    std::string text;
+    if (std::FILE* p = popen(command.c_str(), "r")) {
+      for (int ch; (ch = std::fgetc(p)) != EOF;) text += char(ch);
+      pclose(p);
+    }
+    EXPECT_NE(text.find("stop reason = signal SIGSEGV"), std::string::npos) << text;
+    EXPECT_NE(text.find("VelorumCrashTest.so`VelorumCrashTrigger"), std::string::npos) << text;
+    EXPECT_NE(text.find("CrashChild"), std::string::npos) << text;
+  }
+#endif
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, PluginFaultTest, ::testing::ValuesIn(kPluginFaults),
