@@ -10,6 +10,7 @@
 #include "cli/Measurement.h"
 #include "cli/OutputFiles.h"
 #include "cli/ProgressBar.h"
+#include "cli/VersionCommand.h"
 #include "engine/ChannelLayouts.h"
 #include "engine/LoudnessEngine.h"
 #include "presets/LoudnessStandards.h"
@@ -40,6 +41,8 @@ const char* kHelp =
     "      EBU Tech 3341/3342 and true-peak compliance self-test through file reading and the engine.\n"
     "  velorum presets      list the loudness standards (menu text and short name)\n"
     "  velorum layouts      list the channel layouts\n"
+    "  velorum version [--check]\n"
+    "      Print the version; --check asks the update address for a newer version and news.\n"
     "  velorum --version | --help\n"
     "\n"
     "Options of analyze:\n"
@@ -219,6 +222,8 @@ int dispatch(int argc, char** argv)
         std::printf("velorum %s\n", kVersionText);
         return 0;
     }
+    if (command == "version")
+        return RunVersionCommand(args);
     if (command == "demo")
         return runDemo(args);
     if (command == "analyze" || command == "analyse") {

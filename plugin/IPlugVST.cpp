@@ -7,6 +7,7 @@
 #include <exception>
 #include <mutex>
 
+#include "plugin/CrashReporter.h"
 #include "plugin/Trace.h"
 #include "velorum/Version.h"
 
@@ -94,6 +95,7 @@ IPlugVST::IPlugVST(vst::HostCallback host, int numParams, int numPresets, std::v
 IPlugVST::~IPlugVST() { mAEffect.object = nullptr; }
 
 IPlugVST* IPlugVST::FromEffect(vst::AEffect* effect) {
+  GuardCrashThread();  // once per host thread: the crash handler's own stack
   return effect ? static_cast<IPlugVST*>(effect->object) : nullptr;
 }
 

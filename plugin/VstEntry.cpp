@@ -4,6 +4,7 @@
 #include <exception>
 #include <mutex>
 
+#include "plugin/CrashReporter.h"
 #include "plugin/LoudnessMeterPlugin.h"
 
 #if defined(_WIN32)
@@ -21,11 +22,18 @@ std::mutex& CreationSection() {
   return section;
 }
 
+// Takes the crash reporter out again when the host unloads the module, while
+// its code is still mapped.
+struct CrashReporterRemoval {
+  ~CrashReporterRemoval() { velorum::UninstallCrashReporter(); }
+} gCrashReporterRemoval;
+
 }  // namespace
 
 VELORUM_EXPORT velorum::vst::AEffect* VSTPluginMain(velorum::vst::HostCallback host) {
   try {
     std::lock_guard<std::mutex> guard(CreationSection());
+    velorum::InstallCrashReporter();
 #if defined(VELORUM_WITH_EDITOR)
     if (!velorum::RegisteredEditorFactory()) velorum::RegisterEditorFactory(&velorum::CreateMeterEditor);
 #endif

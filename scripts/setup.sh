@@ -11,6 +11,9 @@ packages=(
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
   libsndfile1-dev libmpg123-dev libvorbis-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
+  # the update check: JSON headers, and curl's header (libcurl itself is
+  # opened at run time; a machine without it only has no update check)
+  nlohmann-json3-dev libcurl4-openssl-dev
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng
@@ -18,6 +21,8 @@ packages=(
   clang libclang-rt-14-dev
   # command-line options
   libcli11-dev
+  # a debugger that reads the crash reports back
+  lldb-14
   xvfb xauth x11-utils
   # speech classifier training (engine/speech/train/train.sh)
   python3-numpy python3-torch espeak-ng sox

@@ -14,7 +14,9 @@
 #include "presets/LoudnessStandards.h"
 #include "ui/UiFormat.h"
 #include "ui/DistributionDisplay.h"
+#include "ui/DesktopOpen.h"
 #include "ui/DropDownMenu.h"
+#include "ui/EditorNotices.h"
 #include "ui/EditorExport.h"
 #include "ui/ExportActions.h"
 #include "ui/FileAnalysis.h"
@@ -139,7 +141,8 @@ std::string Stem(const std::string& path) {
 
 MeterEditor::MeterEditor(LoudnessMeterPlugin& plugin)
     : mPlugin(plugin), mSettings(UiSettings::Folder()), mModel(std::make_unique<MeterModel>(plugin)),
-      mAnalysis(std::make_unique<FileAnalysis>()) {
+      mAnalysis(std::make_unique<FileAnalysis>()),
+      mNotices(std::make_unique<EditorNotices>(*this, mSettings.FolderPath(), &OpenWithDesktop)) {
   mGraphics = IGraphics::Create(ThisModuleHandle(), MeterLayout::kBaseWidth, MeterLayout::kBaseHeight, 60);
   mGraphics->EnableDragAndDrop(true);
   BuildControls();
@@ -147,6 +150,7 @@ MeterEditor::MeterEditor(LoudnessMeterPlugin& plugin)
 
 MeterEditor::~MeterEditor() {
   Close();
+  mNotices.reset();
   mAnalysis.reset();
   mGraphics.reset();
 }
@@ -278,10 +282,12 @@ bool MeterEditor::Open(void* parentHandle) {
       if (mFrame) mFrame->SetDirty();
     }
   });
+  mNotices->Start();  // the update check runs on its own thread
   return true;
 }
 
 void MeterEditor::Close() {
+  mNotices->Stop();
   mTicking = false;
   if (mTicker.joinable()) mTicker.join();
   if (!mGraphics || !mGraphics->WindowIsOpen()) return;
@@ -330,6 +336,10 @@ void MeterEditor::OnFrame() {
   }
   if (mParamsChanged.exchange(false)) RedrawAll();
   PollAnalysis();
+  // Notices wait while the user is busy with the meter.
+  const bool busy = mAnalysisShown || mMessage->IsShown() || mMenu->IsOpen() ||
+                    std::lround(mModel->Param(param::kGenerator)) != 0;
+  mNotices->Poll(busy);
   const LoudnessEngine& e = mModel->Engine();
   const uint32_t sequence = mPlugin.PeakMeters().Sequence();
   const int64_t steps10 = e.Steps10(), steps100 = e.Steps100();

@@ -27,6 +27,7 @@ namespace velorum::ui {
 
 class DistributionDisplay;
 class DropDownMenu;
+class EditorNotices;
 class FileAnalysis;
 class HistoryGraph;
 class LoudnessMeterBar;
@@ -87,6 +88,8 @@ class MeterEditor : public IEditor, public EditorHost {
   StatusBar& Status() { return *mStatus; }
   ToolButton& Button(int i) { return *mButtons[size_t(i)]; }
   const std::string& LastExportPath() const { return mLastExport; }
+  // Crash report, update and news notices.
+  EditorNotices& Notices() { return *mNotices; }
 
   // The custom-preset commands of the preset menu. SavePreset stores the
   // current settings under `name` (asking before it replaces a preset unless
@@ -118,6 +121,7 @@ class MeterEditor : public IEditor, public EditorHost {
   std::unique_ptr<MeterModel> mModel;
   std::unique_ptr<IGraphics> mGraphics;
   std::unique_ptr<FileAnalysis> mAnalysis;
+  std::unique_ptr<EditorNotices> mNotices;
   mutable EditorRect mRect;
   MeterLayout mLayout;
   int mLayoutChannels = 0;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
+#include <tuple>
 
 #include "engine/ChannelLayouts.h"
 #include "graphics/IGraphicsResize.h"
@@ -9,6 +11,7 @@
 #include "plugin/MeterParams.h"
 #include "presets/LoudnessStandards.h"
 #include "ui/UiFormat.h"
+#include "update/UpdateCheck.h"
 
 namespace velorum::ui {
 namespace {
@@ -131,11 +134,31 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
                     h.Settings().Save();
                   }};
   mRows.push_back(exportTheme);
+  AddUpdateRows();
   mTips.resize(mRows.size());
   mTips[size_t(FindRow("GRAPHS REFRESH RATE"))] = kGraphsRefreshRateTooltip;
   mTips[size_t(FindRow("GUI SCALING"))] = kScaleTooltip;
   mTips[size_t(FindRow("Eco True Peak Mode"))] = "Measure the true peak with less computation.";
   mTips[size_t(FindRow("EXPORT THEME"))] = "The theme of exported images and reports.";
+  mTips[size_t(FindRow("CHECK FOR UPDATES"))] = "Once a day, ask the update address for a newer version and news.";
+  mTips[size_t(FindRow("SHOW NEWS"))] = "Show news items from the update check until dismissed.";
+}
+
+// The update check's switches, kept in the settings file beside the check's
+// own bookkeeping.
+void SettingsPage::AddUpdateRows() {
+  const std::string folder = mHost.Settings().FolderPath();
+  const UpdateSettings read = UpdateSettings::Read(folder);
+  for (const auto& [label, key, initial] : {std::tuple{"CHECK FOR UPDATES", kCheckForUpdatesKey, read.checkForUpdates},
+                                            std::tuple{"SHOW NEWS", kShowNewsKey, read.showNews}}) {
+    auto on = std::make_shared<bool>(initial);
+    mRows.push_back(Row{label, [on] { return std::string(*on ? "ON" : "OFF"); },
+                        [on] { return Choices({{"ON", 1}, {"OFF", 0}}, *on ? 1 : 0); },
+                        [on, folder, key = key](int id) {
+                          *on = id == 1;
+                          WriteUpdateSwitch(folder, key, *on);
+                        }});
+  }
 }
 
 int SettingsPage::FindRow(const std::string& label) const {

@@ -35,6 +35,7 @@ class SettingsPage : public MeterControl {
   void OpenRow(size_t row);
 
  private:
+  void AddUpdateRows();
   std::vector<Row> mRows;
   std::vector<std::string> mTips;  // per row
 };
