@@ -28,6 +28,7 @@ namespace velorum::ui {
 class DistributionDisplay;
 class DropDownMenu;
 class FileAnalysis;
+class GameView;
 class HistoryGraph;
 class LoudnessMeterBar;
 class LoudnessReadout;
@@ -87,6 +88,9 @@ class MeterEditor : public IEditor, public EditorHost {
   StatusBar& Status() { return *mStatus; }
   ToolButton& Button(int i) { return *mButtons[size_t(i)]; }
   const std::string& LastExportPath() const { return mLastExport; }
+  GameView& Game() { return *mGame; }
+  // Opens the hidden game (the gesture that does it is in MeterEditor.cpp).
+  void OpenGame();
 
   // The custom-preset commands of the preset menu. SavePreset stores the
   // current settings under `name` (asking before it replaces a preset unless
@@ -102,6 +106,7 @@ class MeterEditor : public IEditor, public EditorHost {
  private:
   void BuildControls();
   void ApplyLayout();
+  IRECT GameRect() const;
   void PollAnalysis();
   void OpenPresetMenu();
   void AskPresetName();
@@ -136,11 +141,12 @@ class MeterEditor : public IEditor, public EditorHost {
   SettingsPage* mSettingsPage = nullptr;
   DropDownMenu* mMenu = nullptr;
   MeterMessageBox* mMessage = nullptr;
+  GameView* mGame = nullptr;
   IGraphicsResize* mResize = nullptr;
 
   // Timing of the frame.
   using Clock = std::chrono::steady_clock;
-  Clock::time_point mLastMeters{}, mLastGraph{}, mLastActivity{}, mLastStatus{};
+  Clock::time_point mLastMeters{}, mLastGraph{}, mLastActivity{}, mLastStatus{}, mLastGameTick{};
   uint32_t mLastSequence = 0;
   int64_t mLastSteps10 = -1, mLastSteps100 = -1, mGraphSteps = -1;
   bool mAnalysisShown = false;
