@@ -11,6 +11,8 @@ packages=(
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
   libsndfile1-dev libmpg123-dev libstb-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
+  # the graphs' OpenGL path (GLX through libepoxy) and Mesa's software GL for its tests
+  libepoxy-dev libgl-dev libgl1-mesa-dri mesa-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg

@@ -18,6 +18,7 @@
 #include "ui/EditorExport.h"
 #include "ui/ExportActions.h"
 #include "ui/FileAnalysis.h"
+#include "graphics/tg_gl_plot.h"
 #include "ui/GameView.h"
 #include "ui/HistoryGraph.h"
 #include "ui/LoudnessMeterBar.h"
@@ -387,6 +388,29 @@ void MeterEditor::OnFrame() {
 void MeterEditor::DrawAll(tgraphics& g) {
   OnFrame();
   mGraphics->DrawControls(g, IRECT(0., 0., float(mGraphics->Width()), float(mGraphics->Height())));
+}
+
+tg_gl_plot* MeterEditor::Accelerated() {
+  if (!mSettings.openGL) {
+    mGlWanted = false;
+    mGl.reset();
+    mGlProblem.clear();
+    return nullptr;
+  }
+  if (!mGlWanted) {
+    // Switched on (again): one attempt to start; a failure leaves cairo on
+    // until the switch is turned off and on.
+    mGlWanted = true;
+    mGlProblem.clear();
+    mGl = tg_gl_plot::create(mGlProblem);
+  }
+  return mGl.get();
+}
+
+void MeterEditor::AcceleratedFailed() {
+  mGl.reset();
+  mGlProblem = "OpenGL drawing failed; the graphs draw without it.";
+  RedrawAll();
 }
 
 IRECT MeterEditor::GameRect() const {

@@ -67,6 +67,10 @@ class MeterEditor : public IEditor, public EditorHost {
   void CancelAnalysis() override;
   void Export(ExportKind kind) override;
   void RedrawAll() override;
+  tg_gl_plot* Accelerated() override;
+  void AcceleratedFailed() override;
+  // Why the OpenGL path is not in use (empty while it is, or while it is off).
+  const std::string& AcceleratedProblem() const { return mGlProblem; }
 
   // One frame of the editor's own timing (runs on the drawing thread; the
   // window calls it through the frame control, tests call it directly).
@@ -142,6 +146,11 @@ class MeterEditor : public IEditor, public EditorHost {
   DropDownMenu* mMenu = nullptr;
   MeterMessageBox* mMessage = nullptr;
   GameView* mGame = nullptr;
+
+  // The graphs' OpenGL path, made on the drawing thread when first asked for.
+  std::unique_ptr<tg_gl_plot> mGl;
+  bool mGlWanted = false;  // the setting as last seen
+  std::string mGlProblem;
   IGraphicsResize* mResize = nullptr;
 
   // Timing of the frame.
