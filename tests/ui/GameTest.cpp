@@ -118,6 +118,12 @@ TEST(GameInEditor, PlayingLeavesTheReadingsAloneAndKeepsTheHighScore) {
   }
   // The seed comes from the clock: the game ran every step, or until its last life.
   EXPECT_TRUE(view.Game()->Steps() == 300 || view.Game()->Over()) << view.Game()->Steps();
+  // VELORUM_SCREENSHOT_DIR=docs writes the game for the documentation.
+  if (const char* dir = std::getenv("VELORUM_SCREENSHOT_DIR")) {
+    cairo_surface_t* shot = played.Render(1.0);
+    cairo_surface_write_to_png(shot, (std::string(dir) + "/editor-game.png").c_str());
+    cairo_surface_destroy(shot);
+  }
   const long long score = view.Game()->Score();
   view.OnFocusLost();
   EXPECT_TRUE(view.Game()->Paused());
