@@ -62,6 +62,8 @@ public:
   virtual void OnTextEntryCompletion(const std::string& text) { (void)text; }
   // The window was opened; the control may query the platform now.
   virtual void OnWindowOpened() {}
+  // The window lost the keyboard focus (another window was activated).
+  virtual void OnFocusLost() {}
 
   // Tooltip text; empty for none.
   void SetTooltip(const std::string& text) { mTooltip = text; }

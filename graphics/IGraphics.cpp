@@ -108,6 +108,10 @@ void IGraphics::OnMouseOut() {
   mMouseOver = -1;
 }
 
+void IGraphics::OnFocusLost() {
+  for (auto& c : mControls) c->OnFocusLost();
+}
+
 void IGraphics::OnMouseWheel(float x, float y, const IMouseMod& mod, float d) {
   if (mTextEntryOwner) return;
   if (IControl* c = GetControl(FindControl(x, y))) c->OnMouseWheel(x, y, mod, d);

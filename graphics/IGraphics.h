@@ -111,6 +111,8 @@ public:
   // Returns true when the control under the pointer changed.
   bool OnMouseOver(float x, float y, const IMouseMod& mod);
   void OnMouseOut();
+  // The window lost the keyboard focus: every control hears of it.
+  void OnFocusLost();
   void OnMouseWheel(float x, float y, const IMouseMod& mod, float d);
   // True when a control took the key.
   bool OnKeyDown(float x, float y, int key);

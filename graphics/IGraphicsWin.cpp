@@ -430,9 +430,12 @@ LRESULT IGraphicsWin::WndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam)
       InvalidateRect(hwnd, nullptr, FALSE);
       UpdateWindow(hwnd);
       return 0;
+    case WM_KILLFOCUS:
+      // Focus moving to our own text entry is not a loss.
+      if (!mTextEntryWnd || reinterpret_cast<HWND>(wParam) != mTextEntryWnd) OnFocusLost();
+      return 0;
     case WM_ERASEBKGND:
     case WM_SETFOCUS:
-    case WM_KILLFOCUS:
     case 0x02E0:  // WM_DPICHANGED: the scale is taken only on opening
       return 0;
     case WM_LBUTTONDOWN:

@@ -773,6 +773,9 @@ struct IGraphicsX11::Impl {
         break;
       case KeyPress:
       case KeyRelease: OnKey(e.xkey); break;
+      case FocusOut:
+        if (e.xfocus.window == win && e.xfocus.mode == NotifyNormal) g->OnFocusLost();
+        break;
       case SelectionRequest: OnSelectionRequest(e.xselectionrequest); break;
       case SelectionClear: {
         std::lock_guard<std::mutex> lock(clipLock);

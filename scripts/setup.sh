@@ -14,6 +14,8 @@ packages=(
   # the update check: JSON headers, and curl's header (libcurl itself is
   # opened at run time; a machine without it only has no update check)
   nlohmann-json3-dev libcurl4-openssl-dev
+  # the graphs' OpenGL path (GLX through libepoxy) and Mesa's software GL for its tests
+  libepoxy-dev libgl-dev libgl1-mesa-dri mesa-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng

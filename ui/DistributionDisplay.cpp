@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "graphics/tg_gl_plot.h"
 #include "ui/UiFormat.h"
 
 namespace velorum::ui {
@@ -43,6 +44,28 @@ double DistributionDisplay::High() const {
   }
 }
 
+bool DistributionDisplay::DrawBarsAccelerated(tgraphics& g, tg_gl_plot& gl, const DRect& p,
+                                              const std::vector<double>& counts, const tg_color& color) {
+  const double scale = g.device_scale();
+  const int w = static_cast<int>(std::lround(p.W() * scale)), h = static_cast<int>(std::lround(p.H() * scale));
+  const double bw = double(p.W()) / double(counts.size());
+  std::vector<float> rects;
+  for (size_t b = 0; b < counts.size(); ++b) {
+    const double bh = counts[b] / mPeak * p.H();
+    if (bh <= 0.0) continue;
+    const double x = double(b) * bw, width = std::max(0.5, bw - (bw > 3.0 ? 1.0 : 0.0));
+    for (double v : {x, p.H() - bh, width, bh}) rects.push_back(float(v * scale));
+  }
+  if (!gl.begin(w, h)) return false;
+  gl.rects(rects, color);
+  cairo_surface_t* image = gl.end();
+  if (!image) return false;
+  cairo_surface_set_device_scale(image, scale, scale);
+  g.draw_surface(image, p.L, p.T);
+  cairo_surface_destroy(image);
+  return true;
+}
+
 void DistributionDisplay::Draw(tgraphics& g) {
   const Theme& t = Colors();
   const DRect r = D(GetRECT());
@@ -67,7 +90,12 @@ void DistributionDisplay::Draw(tgraphics& g) {
   const TargetWindow tw = mHost.Model().Targets();
   tg_color color = mKind == Kind::Loudness ? t.momentary : mKind == Kind::Dynamics ? t.shortTerm : t.truePeak;
   const double bw = double(p.W()) / bars;
-  if (mPeak > 0.0) {
+  tg_gl_plot* gl = mPeak > 0.0 && DrawsToWindow(g) ? mHost.Accelerated() : nullptr;
+  if (gl && !DrawBarsAccelerated(g, *gl, p, counts, color)) {
+    mHost.AcceleratedFailed();
+    gl = nullptr;
+  }
+  if (mPeak > 0.0 && !gl) {
     g.new_path();
     for (int b = 0; b < bars; ++b) {
       const double h = counts[size_t(b)] / mPeak * p.H();

@@ -4,6 +4,8 @@
 // 31 steps of 100 ms have been measured the view shows its warm-up state.
 #pragma once
 
+#include <vector>
+
 #include "ui/EditorHost.h"
 
 namespace velorum::ui {
@@ -22,6 +24,8 @@ class DistributionDisplay : public MeterControl {
 
  private:
   const Distribution& Bins() const;
+  bool DrawBarsAccelerated(tgraphics& g, tg_gl_plot& gl, const DRect& plot, const std::vector<double>& counts,
+                           const tg_color& color);
   Kind mKind;
   double mPeak = 0.0;
   bool mWarm = false;

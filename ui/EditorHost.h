@@ -7,11 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "graphics/IGraphics.h"
 #include "graphics/IGraphicsTypes.h"
 #include "graphics/tgraphics_control.h"
 #include "ui/MeterModel.h"
 #include "ui/Theme.h"
 #include "ui/UiSettings.h"
+
+class tg_gl_plot;
 
 namespace velorum::ui {
 
@@ -52,6 +55,11 @@ class EditorHost {
   virtual void CancelAnalysis() = 0;
   virtual void Export(ExportKind kind) = 0;
   virtual void RedrawAll() = 0;
+  // The graphs' OpenGL path while it is switched on and working, else null
+  // (the graphs then draw with cairo). Only on the drawing thread.
+  virtual tg_gl_plot* Accelerated() { return nullptr; }
+  // A frame of the OpenGL path failed: the editor goes back to cairo.
+  virtual void AcceleratedFailed() {}
 };
 
 // The base of the meter's controls: the editor host and the theme colours.
@@ -59,6 +67,8 @@ class MeterControl : public tgraphics_control {
  public:
   MeterControl(EditorHost& host, const IRECT& r) : tgraphics_control(r), mHost(host) {}
   const Theme& Colors() const { return Theme::ForValue(GetTheme()); }
+  // Whether `g` draws into the editor window's back buffer (not an export).
+  bool DrawsToWindow(const tgraphics& g) const { return GetGUI() && g.surface() == GetGUI()->BackBuffer(); }
 
  protected:
   EditorHost& mHost;

@@ -203,6 +203,39 @@ bool HistoryGraph::OnKeyDown(float x, float, int key) {
 
 void HistoryGraph::Draw(tgraphics& g) { DrawInto(g, true); }
 
+bool HistoryGraph::DrawCurvesAccelerated(tgraphics& g, tg_gl_plot& gl, const DRect& p) {
+  const Theme& t = Colors();
+  const double scale = g.device_scale();
+  const int w = static_cast<int>(std::lround(p.W() * scale)), h = static_cast<int>(std::lround(p.H() * scale));
+  if (!mGpu) mGpu = std::make_unique<HistoryGpuCache>();
+  mGpu->Sync(gl, mHost.Model().Engine());
+  if (!gl.begin(w, h)) return false;
+  const tg_gl_view view{mViewStart, mViewStart + mViewLength, mLow, mHigh};
+  auto range = [&](int curve) { return mGpu->RangeFor(curve, mViewStart, mViewLength, double(w)); };
+  if (mShown[kMomentary]) {
+    const auto r = range(HistoryGpuCache::kMomentary);
+    gl.area(r.series, r.first, r.count, r.base, r.step, view, mLow, WithAlpha(t.momentary, 0.28));
+  }
+  const struct {
+    int curve, cache;
+    tg_color color;
+    double width;
+  } lines[3] = {{kTruePeak, HistoryGpuCache::kTruePeak, WithAlpha(t.truePeak, 0.8), 1.0},
+                {kShortTerm, HistoryGpuCache::kShortTerm, t.shortTerm, 1.6},
+                {kIntegrated, HistoryGpuCache::kIntegrated, t.integrated, 1.8}};
+  for (const auto& l : lines) {
+    if (!mShown[l.curve]) continue;
+    const auto r = range(l.cache);
+    gl.line(r.series, r.first, r.count, r.base, r.step, view, l.color, l.width * scale);
+  }
+  cairo_surface_t* image = gl.end();
+  if (!image) return false;
+  cairo_surface_set_device_scale(image, scale, scale);
+  g.draw_surface(image, p.L, p.T);
+  cairo_surface_destroy(image);
+  return true;
+}
+
 void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
   const Theme& t = Colors();
   const DRect r = D(GetRECT());
@@ -215,15 +248,16 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
   mHigh = std::max(0.0, std::ceil((tw.target + 20.0) / 6.0) * 6.0);
   mLow = mHigh - 60.0;
 
-  // Decimate the histories to one column per editor unit under the engine mutex.
+  // Decimate the histories to one column per editor unit under the engine
+  // mutex. The OpenGL path needs only the column under the pointer.
   const int columns = std::max(1, static_cast<int>(p.W()));
   std::vector<double> mMax(size_t(columns), kNaN), sLast(size_t(columns), kNaN), tpMax(size_t(columns), kNaN),
       iLast(size_t(columns), kNaN);
   double total = 0.0;
-  {
+  const LoudnessEngine& e = m.Engine();
+  auto decimate = [&](int c0, int c1) {
     // The audio thread takes the same mutex at every 10 ms step: hold it for
     // short slices only, and read the sizes again after each pause.
-    const LoudnessEngine& e = m.Engine();
     std::unique_lock<EngineMutex> lock(e.Mutex());
     const MeasurementHistory& h = e.History();
     total = double(h.Size10()) * kStep10;
@@ -234,7 +268,7 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
       n100 = std::min(h.integrated.size(), h.blockFlags.size());
     };
     sizes();
-    for (int c = 0; c < columns; ++c) {
+    for (int c = std::max(0, c0); c < std::min(columns, c1); ++c) {
       if (budget > 8192) {
         lock.unlock();
         lock.lock();
@@ -260,7 +294,16 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
       if (b < n100 && h.blockFlags[b] == kFlagMeasured && h.integrated[b] > -119.9f)
         iLast[size_t(c)] = double(h.integrated[b]);
     }
-  }
+  };
+  // Only the window's own frames take the OpenGL path; exports and offscreen
+  // renders always draw with cairo.
+  tg_gl_plot* gl = interactive && DrawsToWindow(g) ? mHost.Accelerated() : nullptr;
+  const int hover = interactive && mHoverX >= 0.f
+                        ? std::clamp(static_cast<int>((double(mHoverX) - p.L) / (double(p.W()) / columns)), 0,
+                                     columns - 1)
+                        : -1;
+  if (gl) decimate(hover, hover + 1);
+  else decimate(0, columns);
 
   // Grid: loudness every 6 dB, with labels.
   g.set_line_style(1.0);
@@ -322,8 +365,14 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
     g.fill();
   }
   const double dx = double(p.W()) / columns;
+  if (gl && !DrawCurvesAccelerated(g, *gl, p)) {
+    // A failed frame is drawn again with cairo; so are the ones after it.
+    mHost.AcceleratedFailed();
+    gl = nullptr;
+    decimate(0, columns);
+  }
   // Momentary envelope as a filled area.
-  if (mShown[kMomentary]) {
+  if (!gl && mShown[kMomentary]) {
     g.new_path();
     bool open = false;
     double firstX = 0.0;
@@ -366,14 +415,14 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
     g.set_color(color);
     g.stroke();
   };
-  if (mShown[kTruePeak]) line(tpMax, WithAlpha(t.truePeak, 0.8), 1.0);
-  if (mShown[kShortTerm]) line(sLast, t.shortTerm, 1.6);
-  if (mShown[kIntegrated]) line(iLast, t.integrated, 1.8);
+  if (!gl && mShown[kTruePeak]) line(tpMax, WithAlpha(t.truePeak, 0.8), 1.0);
+  if (!gl && mShown[kShortTerm]) line(sLast, t.shortTerm, 1.6);
+  if (!gl && mShown[kIntegrated]) line(iLast, t.integrated, 1.8);
   g.restore();
 
   // The values under the pointer.
   if (interactive && mHoverX >= 0.f) {
-    const int c = std::clamp(static_cast<int>((double(mHoverX) - p.L) / dx), 0, columns - 1);
+    const int c = hover;
     const double x = std::round(p.L + (c + 0.5) * dx) + 0.5;
     g.new_path();
     g.move_to(x, p.T);

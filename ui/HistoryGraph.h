@@ -7,9 +7,11 @@
 // time axis is labelled in the units of the histogram mode.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "ui/EditorHost.h"
+#include "ui/HistoryGpuCache.h"
 
 namespace velorum::ui {
 
@@ -52,6 +54,8 @@ class HistoryGraph : public MeterControl {
 
  private:
   void UpdateView(double total);
+  // The curves through the OpenGL path; false when it failed.
+  bool DrawCurvesAccelerated(tgraphics& g, tg_gl_plot& gl, const DRect& plot);
   double ValueY(const DRect& plot, double v) const;
 
   double mViewStart = 0.0, mViewLength = 10.0;
@@ -62,6 +66,7 @@ class HistoryGraph : public MeterControl {
   bool mDragMoved = false;
   double mLow = -60.0, mHigh = 0.0;
   float mHoverX = -1.f;  // the pointer over the plot, -1 when away
+  std::unique_ptr<HistoryGpuCache> mGpu;  // only once the OpenGL path draws
 };
 
 }  // namespace velorum::ui

@@ -20,6 +20,8 @@
 #include "ui/EditorExport.h"
 #include "ui/ExportActions.h"
 #include "ui/FileAnalysis.h"
+#include "graphics/tg_gl_plot.h"
+#include "ui/GameView.h"
 #include "ui/HistoryGraph.h"
 #include "ui/LoudnessMeterBar.h"
 #include "ui/LoudnessReadout.h"
@@ -76,6 +78,15 @@ class EditorBackground : public MeterControl {
                              FormatDecimal(tw.truePeakMax) + " dBTP";
     if (top.R - right > 60.)
       DrawLabel(g, info, right, top.T, top.R - right - 28.0, top.H(), 10.0, t.dim, tg_align::right);
+  }
+  // The hidden game opens with a double-click on the VELORUM logo while Shift
+  // is held. Nothing on screen says so.
+  std::function<void()> onSecret;
+  void OnMouseDblClick(float x, float y, const IMouseMod& mod) override {
+    const DRect top = D(mLayout.topBar);
+    const double logoR = std::min(8.0 + 90.0, double(mLayout.buttons[0].L) - 8.);
+    const double px = x, py = y;
+    if (mod.S && onSecret && px >= 4.0 && px < logoR && py >= top.T && py < top.B) onSecret();
   }
   bool AcceptsDrop() const override { return true; }
   bool OnDrop(const std::vector<std::string>& paths, const std::vector<int>& isDirectory, float, float) override {
@@ -161,7 +172,10 @@ void MeterEditor::BuildControls() {
   mLayout = MeterLayout::Compute(float(ui.Width()), float(ui.Height()), mLayoutChannels);
   mLayoutW = ui.Width();
   mLayoutH = ui.Height();
-  mBackground = ui.Attach<EditorBackground>(*this, IRECT(0., 0., float(ui.Width()), float(ui.Height())), mLayout);
+  auto* background =
+      ui.Attach<EditorBackground>(*this, IRECT(0., 0., float(ui.Width()), float(ui.Height())), mLayout);
+  background->onSecret = [this] { OpenGame(); };
+  mBackground = background;
   mReadout = ui.Attach<LoudnessReadout>(*this, mLayout.readout);
   mLoudnessBar = ui.Attach<LoudnessMeterBar>(*this, mLayout.loudnessBar);
   mPeakBars = ui.Attach<TruePeakMeterBar>(*this, mLayout.truePeakBar);
@@ -225,6 +239,7 @@ void MeterEditor::BuildControls() {
 
   mSettingsPage = ui.Attach<SettingsPage>(*this, mLayout.settings);
   mMenu = ui.Attach<DropDownMenu>(*this);
+  mGame = ui.Attach<GameView>(*this, GameRect());
   mMessage = ui.Attach<MeterMessageBox>(*this);
   mFrame = ui.Attach<FrameControl>(*this);
   mResize = ui.Attach<IGraphicsResize>(&ui, mSettings.FolderPath());
@@ -253,6 +268,7 @@ void MeterEditor::ApplyLayout() {
   place(mStatus, mLayout.statusBar);
   place(mSettingsPage, mLayout.settings);
   place(mFrame, IRECT(0., 0., 1., 1.));
+  place(mGame, GameRect());
   for (int i = 0; i < MeterLayout::kButtons; ++i) place(mButtons[size_t(i)], mLayout.buttons[i]);
   const bool settings = SettingsShown();
   place(mGraph, mLayout.graph);
@@ -288,6 +304,10 @@ bool MeterEditor::Open(void* parentHandle) {
 
 void MeterEditor::Close() {
   mNotices->Stop();
+  if (mGame && mGame->Game()) {
+    std::lock_guard<std::recursive_mutex> guard(mGraphics->GetLock());
+    mGame->Game()->SetPaused(true);
+  }
   mTicking = false;
   if (mTicker.joinable()) mTicker.join();
   if (!mGraphics || !mGraphics->WindowIsOpen()) return;
@@ -335,6 +355,11 @@ void MeterEditor::OnFrame() {
     RedrawAll();
   }
   if (mParamsChanged.exchange(false)) RedrawAll();
+  if (mGame->IsOpen()) {
+    const double seconds = std::chrono::duration<double>(now - mLastGameTick).count();
+    mGame->Tick(mLastGameTick == Clock::time_point{} ? 0.0 : seconds);
+    mLastGameTick = now;
+  }
   PollAnalysis();
   // Notices wait while the user is busy with the meter.
   const bool busy = mAnalysisShown || mMessage->IsShown() || mMenu->IsOpen() ||
@@ -373,6 +398,39 @@ void MeterEditor::OnFrame() {
 void MeterEditor::DrawAll(tgraphics& g) {
   OnFrame();
   mGraphics->DrawControls(g, IRECT(0., 0., float(mGraphics->Width()), float(mGraphics->Height())));
+}
+
+tg_gl_plot* MeterEditor::Accelerated() {
+  if (!mSettings.openGL) {
+    mGlWanted = false;
+    mGl.reset();
+    mGlProblem.clear();
+    return nullptr;
+  }
+  if (!mGlWanted) {
+    // Switched on (again): one attempt to start; a failure leaves cairo on
+    // until the switch is turned off and on.
+    mGlWanted = true;
+    mGlProblem.clear();
+    mGl = tg_gl_plot::create(mGlProblem);
+  }
+  return mGl.get();
+}
+
+void MeterEditor::AcceleratedFailed() {
+  mGl.reset();
+  mGlProblem = "OpenGL drawing failed; the graphs draw without it.";
+  RedrawAll();
+}
+
+IRECT MeterEditor::GameRect() const {
+  return IRECT(0.f, mLayout.topBar.B, float(mLayoutW), float(mLayoutH));
+}
+
+void MeterEditor::OpenGame() {
+  mGame->Open(static_cast<uint32_t>(Clock::now().time_since_epoch().count()));
+  mLastGameTick = {};
+  RedrawAll();
 }
 
 void MeterEditor::OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor, std::function<void(int)> choose) {

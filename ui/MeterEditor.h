@@ -29,6 +29,7 @@ class DistributionDisplay;
 class DropDownMenu;
 class EditorNotices;
 class FileAnalysis;
+class GameView;
 class HistoryGraph;
 class LoudnessMeterBar;
 class LoudnessReadout;
@@ -67,6 +68,10 @@ class MeterEditor : public IEditor, public EditorHost {
   void CancelAnalysis() override;
   void Export(ExportKind kind) override;
   void RedrawAll() override;
+  tg_gl_plot* Accelerated() override;
+  void AcceleratedFailed() override;
+  // Why the OpenGL path is not in use (empty while it is, or while it is off).
+  const std::string& AcceleratedProblem() const { return mGlProblem; }
 
   // One frame of the editor's own timing (runs on the drawing thread; the
   // window calls it through the frame control, tests call it directly).
@@ -90,6 +95,9 @@ class MeterEditor : public IEditor, public EditorHost {
   const std::string& LastExportPath() const { return mLastExport; }
   // Crash report, update and news notices.
   EditorNotices& Notices() { return *mNotices; }
+  GameView& Game() { return *mGame; }
+  // Opens the hidden game (the gesture that does it is in MeterEditor.cpp).
+  void OpenGame();
 
   // The custom-preset commands of the preset menu. SavePreset stores the
   // current settings under `name` (asking before it replaces a preset unless
@@ -105,6 +113,7 @@ class MeterEditor : public IEditor, public EditorHost {
  private:
   void BuildControls();
   void ApplyLayout();
+  IRECT GameRect() const;
   void PollAnalysis();
   void OpenPresetMenu();
   void AskPresetName();
@@ -140,11 +149,17 @@ class MeterEditor : public IEditor, public EditorHost {
   SettingsPage* mSettingsPage = nullptr;
   DropDownMenu* mMenu = nullptr;
   MeterMessageBox* mMessage = nullptr;
+  GameView* mGame = nullptr;
+
+  // The graphs' OpenGL path, made on the drawing thread when first asked for.
+  std::unique_ptr<tg_gl_plot> mGl;
+  bool mGlWanted = false;  // the setting as last seen
+  std::string mGlProblem;
   IGraphicsResize* mResize = nullptr;
 
   // Timing of the frame.
   using Clock = std::chrono::steady_clock;
-  Clock::time_point mLastMeters{}, mLastGraph{}, mLastActivity{}, mLastStatus{};
+  Clock::time_point mLastMeters{}, mLastGraph{}, mLastActivity{}, mLastStatus{}, mLastGameTick{};
   uint32_t mLastSequence = 0;
   int64_t mLastSteps10 = -1, mLastSteps100 = -1, mGraphSteps = -1;
   bool mAnalysisShown = false;

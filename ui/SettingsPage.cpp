@@ -135,7 +135,15 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
                   }};
   mRows.push_back(exportTheme);
   AddUpdateRows();
+  Row gl{"HARDWARE ACCELERATION", [&h] { return std::string(h.Settings().openGL ? "ON" : "OFF"); },
+         [&h] { return Choices({{"ON", 1}, {"OFF", 0}}, h.Settings().openGL ? 1 : 0); },
+         [&h](int id) {
+           h.Settings().openGL = id == 1;
+           h.Settings().Save();
+         }};
+  mRows.push_back(gl);
   mTips.resize(mRows.size());
+  mTips[size_t(FindRow("HARDWARE ACCELERATION"))] = kOpenGLTooltip;
   mTips[size_t(FindRow("GRAPHS REFRESH RATE"))] = kGraphsRefreshRateTooltip;
   mTips[size_t(FindRow("GUI SCALING"))] = kScaleTooltip;
   mTips[size_t(FindRow("Eco True Peak Mode"))] = "Measure the true peak with less computation.";

@@ -6,6 +6,10 @@
 
 namespace velorum::ui {
 
+inline constexpr const char* kOpenGLTooltip =
+    "Enable hardware acceleration using OpenGL 3.2 for improved performance. Note: hardware performance may vary "
+    "depending on your device.";
+
 // "TIME CODE FPS": label and the rate's nominal frame count per second. The
 // index of an item is what the settings store, so items are only ever
 // appended; the menu shows them in kFpsMenuOrder (drop-frame beside its

@@ -1,5 +1,6 @@
 #include "ui/UiSettings.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -44,6 +45,8 @@ UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
     else if (key == "Export Theme") exportTheme = ToInt(value, 0, 0, 1);
     else if (key == "Time Code FPS") fpsIndex = ToInt(value, 2, 0, kFpsCount - 1);
     else if (key == "Export Folder" && !value.empty()) exportFolder = value;
+    else if (key == "OpenGL") openGL = ToInt(value, 0, 0, 1) == 1;
+    else if (key == "Game High Score") gameHighScore = std::max(0LL, std::atoll(value.c_str()));
   }
 }
 
@@ -55,6 +58,8 @@ bool UiSettings::Save() const {
   file.Set("Time Code FPS", std::to_string(fpsIndex));
   file.Set("Export Theme", std::to_string(exportTheme >= 0.5 ? 1 : 0));
   file.Set("Export Folder", exportFolder);
+  file.Set("OpenGL", openGL ? "1" : "0");
+  if (gameHighScore > 0) file.Set("Game High Score", std::to_string(gameHighScore));
   return file.Save();
 }
 

@@ -23,6 +23,8 @@ class UiSettings {
   int fpsIndex = 2;       // "25"
   double exportTheme = 0.0;  // images and reports: white by default
   std::string exportFolder;
+  long long gameHighScore = 0;  // kept for the editor's little secret
+  bool openGL = false;          // the graphs' hardware acceleration
 
   bool Dark() const { return theme >= 0.5; }
   // Milliseconds between two redraws of the graphs at the refresh rate.
