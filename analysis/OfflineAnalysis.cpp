@@ -146,6 +146,8 @@ bool OfflineAnalysis::run(const Request& request)
             while (BlockPipeline::Block* block = pipe.next()) {
                 engine_.ProcessBlock(block->pins.data(), block->frames);
                 progress_.store(block->progress);
+                if (request.onBlock)
+                    request.onBlock(block->pins.data(), channels, block->frames, block->progress);
                 pipe.release(block);
             }
         } catch (...) {

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,6 +36,11 @@ public:
         uint32_t layoutIndex = AudioFileReader::kLayoutFromFileCount;
         bool strict = false;
         int32_t blockFrames = 4096;
+        // Called on the measuring thread after each block has gone through
+        // the engine: the block's channels, their count, its frames and the
+        // progress (0-100). Lets a caller see the samples and follow the run
+        // without polling.
+        std::function<void(const double* const*, int, int, int)> onBlock;
     };
 
     // What the summary and the exports need to know about the analysed file.

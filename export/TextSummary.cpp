@@ -118,6 +118,10 @@ bool BuildTextSummary(const SummaryInput& in, std::string& text, std::string* er
         s += "Momentary Max = " + tenth(v.momentaryMax) + " " + unit + "\n";
         s += "Short Term Max = " + tenth(v.shortTermMax) + " " + unit + "\n";
         s += "True Peak Max = " + tenth(v.truePeakMax) + " dBTP\n";
+        if (!in.notes.empty())
+            s += "\n";
+        for (const std::string& note : in.notes)
+            s += note + "\n";
         text = std::move(s);
         return true;
     } catch (const std::exception& e) {

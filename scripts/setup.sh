@@ -12,6 +12,7 @@ packages=(
   libsndfile1-dev libmpg123-dev libstb-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+  libcli11-dev nlohmann-json3-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg
   xvfb xauth x11-utils
