@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <set>
 
+#include "cli/BatchReport.h"
 #include "cli/PresetNames.h"
 #include "engine/ChannelLayouts.h"
 #include "export/Timecode.h"
@@ -90,6 +91,13 @@ std::string CheckAnalyzeOptions(AnalyzeOptions& o) {
   if (o.toleranceGiven && o.preset && o.preset->lower > -70 && o.preset->dialTarget == 30)
     return "--tolerance conflicts with --preset \"" + PresetDisplayName(o.preset) +
            "\", which sets its own window";
+  ui::ImageKind image;
+  if (!o.graphPath.empty() && !std::filesystem::is_directory(o.graphPath) &&
+      !ui::ImageKindForPath(o.graphPath, image))
+    return "--graph needs a .png, .svg or .pdf name or a folder, not \"" + o.graphPath + "\"";
+  ReportKind report;
+  if (!o.reportPath.empty() && !ReportKindForPath(o.reportPath, report))
+    return "--report needs a .csv, .json, .html or .pdf name, not \"" + o.reportPath + "\"";
   if (o.toleranceGiven && !o.preset) return "--tolerance needs --preset";
   return std::string();
 }

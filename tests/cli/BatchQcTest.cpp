@@ -188,6 +188,8 @@ TEST_F(BatchQcTest, CommandLineConventions) {
       {"analyze --tolerance 2 --preset aes prog.flac", "", 64, "", "sets its own window"},
       {"analyze --strict prog.flac", "", 64, "", "--strict applies to --multi-mono"},
       {"analyze - -", "", 64, "", "only once"},
+      {"analyze --graph g.txt prog.flac", "", 64, "", "--graph needs a .png, .svg or .pdf"},
+      {"analyze --report r.doc prog.flac", "", 64, "", "--report needs a .csv, .json, .html or .pdf"},
       {"analyze --bogus prog.flac", "", 64, "", "Try 'velorum analyze --help'"},
       {"analyze --layout 5.1 prog.flac", "", 2, "", "the file has 2 channels but layout"},
       {"analyze --multi-mono --layout stereo prog.wav a/prog.wav", "", 2, "",
