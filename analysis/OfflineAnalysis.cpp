@@ -154,6 +154,8 @@ bool OfflineAnalysis::run(const Request& request)
                 engine_.ProcessBlock(block->pins.data(), block->frames);
                 info_.nonFiniteSamples += block->nonFinite;
                 progress_.store(block->progress);
+                if (request.onBlock)
+                    request.onBlock(block->pins.data(), channels, block->frames, block->progress);
                 pipe.release(block);
             }
         } catch (...) {

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,6 +39,11 @@ public:
         // mono streams of one rate are one programme in stream order,
         // otherwise the first stream is measured.
         int stream = -1;
+        // Called on the measuring thread after each block has gone through
+        // the engine: the block's channels, their count, its frames and the
+        // progress (0-100). Lets a caller see the samples and follow the run
+        // without polling.
+        std::function<void(const double* const*, int, int, int)> onBlock;
     };
 
     // What the summary and the exports need to know about the analysed file.

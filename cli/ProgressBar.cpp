@@ -17,8 +17,8 @@ std::string RemainingTime(double seconds)
     return buffer;
 }
 
-ProgressBar::ProgressBar()
-    : enabled_(isatty(STDERR_FILENO) != 0), started_(std::chrono::steady_clock::now()), lastDraw_()
+ProgressBar::ProgressBar(bool wanted)
+    : enabled_(wanted && isatty(STDERR_FILENO) != 0), started_(std::chrono::steady_clock::now()), lastDraw_()
 {
 }
 

@@ -9,7 +9,8 @@ namespace velorum {
 
 class ProgressBar {
 public:
-    ProgressBar();
+    // Drawn only when `wanted` and stderr is a terminal.
+    explicit ProgressBar(bool wanted = true);
     bool enabled() const { return enabled_; }
     void update(double fraction, const std::string& label);
     void clear();

@@ -1,21 +1,29 @@
 // velorum: the command-line loudness analyser. Measures audio files with the
 // same engine as the plug-in and prints text summaries, JSON lines, CSV and
-// Dolby CSV files; normalises files to a target; runs the compliance self-test.
+// Dolby CSV files, time lines, graphs and batch reports; normalises files to
+// a target; runs the compliance self-test. Options are declared per command
+// with CLI11 ("velorum COMMAND --help").
 #include "analysis/BlockPipeline.h"
 #include "analysis/EngineFeeder.h"
 #include "cli/AnalyzeCommand.h"
 #include "cli/ComplianceSelfTest.h"
 #include "cli/DemoProgramme.h"
-#include "cli/NormalizeCommand.h"
+#include "cli/JsonResult.h"
 #include "cli/Measurement.h"
 #include "cli/OutputFiles.h"
+#include "cli/PresetNames.h"
 #include "cli/ProgressBar.h"
-#include "cli/VersionCommand.h"
 #include "engine/ChannelLayouts.h"
 #include "engine/LoudnessEngine.h"
+#include "export/WavNormalizer.h"
 #include "presets/LoudnessStandards.h"
+#include "cli/NormalizeCommand.h"
+#include "cli/VersionCommand.h"
 #include "velorum/Version.h"
 
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -28,85 +36,74 @@ using namespace velorum;
 
 namespace {
 
-const char* kHelp =
+constexpr int kUsageStatus = 64;
+
+const char* kOverview =
     " - loudness analyser (ITU-R BS.1770-4 / EBU R128)\n"
     "\n"
     "Usage:\n"
+    "  velorum analyze [options] FILE|FOLDER|-...\n"
+    "      Measure each input and print its text summary or a JSON line; write CSV, Dolby CSV, summary,\n"
+    "      time line (--timeline), graph (--graph) and batch report (--report) files; check a --preset.\n"
     "  velorum demo [--json] [--dialogue] [--preset NAME]\n"
     "      Measure the built-in default programme (100 s, stereo, 48 kHz) and print its text summary.\n"
-    "  velorum analyze [options] FILE|FOLDER...\n"
-    "      Print the text summary of each file (folders are searched for audio and video files).\n"
     "{normalize}"
     "  velorum selftest [-j N] [--eco]\n"
     "      EBU Tech 3341/3342 and true-peak compliance self-test through file reading and the engine.\n"
-    "  velorum presets      list the loudness standards (menu text and short name)\n"
+    "  velorum presets      list the loudness standards (menu text, short name, aliases, window)\n"
     "  velorum layouts      list the channel layouts\n"
     "  velorum version [--check]\n"
     "      Print the version; --check asks the update address for a newer version and news.\n"
     "  velorum --version | --help\n"
     "\n"
-    "Options of analyze:\n"
-    "  --json               one JSON object per file on its own line instead of the summary\n"
-    "  --preset NAME        check against a standard (menu text or short name, e.g. \"EBU R128\",\n"
-    "                       \"EBU S1\", SPOTIFY); exit status 1 when a check fails\n"
-    "  --tolerance LU       window around the target for presets without a lower limit (default 1.0)\n"
-    "  --dialogue           add the dialogue-gated readings (Integrated Dial, Loudness Range Dial,\n"
-    "                       Speech Content)\n"
-    "  --lkfs               show loudness in LKFS (otherwise the preset's unit)\n"
-    "  --csv FILE           write the plain CSV of the measurement history\n"
-    "  --dolby-csv FILE     write the Dolby CSV\n"
-    "  --summary FILE       write the text summary to a file\n"
-    "                       (with several inputs FILE may be a folder; otherwise the input's name is\n"
-    "                       inserted before the extension)\n"
-    "  --interval SECONDS   CSV row interval, 0.01 and up (default 1)\n"
-    "  --fps RATE           time codes as 00:00:00:00 at RATE instead of 00:00:00.000\n"
-    "                       (23.976, 29.97, 47.95 and 59.94 count 24000/1001 ... 60000/1001 frames)\n"
-    "  --drop-frame         drop-frame time codes (00:00:00;00) with --fps 29.97 or 59.94\n"
-    "  --eco                eco true-peak mode (the shorter oversampling filter)\n"
-    "  --multi-mono         the FILEs are the mono channels of one programme, matched by their\n"
-    "                       suffixes (.L .R .C .LFE .Ls .Rs ...)\n"
-    "  --strict             every multi-mono file must carry a channel suffix of the layout\n"
-    "  --layout NAME        channel layout (e.g. 5.1, \"7.1.4\", \"L R C LFE Ls Rs\"; see velorum layouts)\n"
-    "  --stream N           the audio stream to measure (from 0); by default several mono streams\n"
-    "                       of one rate are one programme in stream order, else the first stream\n"
-    "  -j N                 files analysed in parallel (default: all cores)\n"
-    "  -y, --yes            replace existing output files without asking\n"
+    "Every command takes --help for its options; options take their value as --opt VALUE or --opt=VALUE.\n"
+    "Main options of analyze: --json --quiet --preset NAME --tolerance LU --dialogue --lkfs --lufs\n"
+    "  --csv --dolby-csv --summary --timeline --graph --report FILE, --interval SECONDS, --fps RATE,\n"
+    "  --drop-frame, --eco, --multi-mono, --strict, --layout NAME, -j N, -y.\n"
     "\n"
-    "Exit status: 0 success, 1 a preset check failed (or a normalised copy misses its target),\n"
-    "2 a file could not be measured or written, 64 bad usage.\n";
+    "Exit status: 0 success, 1 a preset check failed (or the normalised true peak is too high),\n"
+    "2 an input could not be measured or an output could not be written, 64 bad usage.\n";
 
-void printHelp()
+// The overview with the normalize command's own usage lines in their place.
+std::string Overview()
 {
-    std::string help = kHelp;
+    std::string text = kOverview;
     const std::string marker = "{normalize}";
-    help.replace(help.find(marker), marker.size(), kNormalizeHelp);
-    std::fputs(help.c_str(), stdout);
+    text.replace(text.find(marker), marker.size(), kNormalizeHelp);
+    return text;
 }
 
-int usage(const std::string& error)
+int usage(const std::string& command, const std::string& error)
 {
-    std::fprintf(stderr, "velorum: %s\nTry 'velorum --help'.\n", error.c_str());
-    return 64;
+    std::fprintf(stderr, "velorum: %s\nTry 'velorum %s--help'.\n", error.c_str(),
+                 command.empty() ? "" : (command + " ").c_str());
+    return kUsageStatus;
 }
 
-int runDemo(const std::vector<std::string>& args)
+const LoudnessStandard* presetOrNull(const std::string& name, std::string& error)
+{
+    if (name.empty())
+        return nullptr;
+    const PresetMatch match = MatchPreset(name);
+    if (!match.preset)
+        error = UnknownPresetMessage(name, match);
+    return match.preset;
+}
+
+struct DemoOptions {
+    bool json = false, dialogue = false, lkfs = false, lufs = false;
+    std::string preset;
+};
+
+int runDemo(const DemoOptions& o)
 {
     ReportOptions report;
-    bool json = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--json")
-            json = true;
-        else if (args[i] == "--dialogue")
-            report.dialogue = true;
-        else if (args[i] == "--lkfs")
-            report.lkfs = true;
-        else if (args[i] == "--preset" && i + 1 < args.size()) {
-            report.preset = FindStandardByName(args[++i]);
-            if (!report.preset)
-                return usage("unknown preset \"" + args[i] + "\"");
-        } else
-            return usage("unknown option " + args[i]);
-    }
+    std::string error;
+    report.preset = presetOrNull(o.preset, error);
+    if (!error.empty())
+        return usage("demo", error);
+    report.dialogue = o.dialogue;
+    report.unit = o.lkfs ? UnitChoice::Lkfs : o.lufs ? UnitChoice::Lufs : UnitChoice::FromPreset;
     LoudnessEngine engine;
     engine.SetDialogueEnabled(report.dialogue || (report.preset && report.preset->dialTarget != 30));
     EngineFeeder::configure(engine, DemoProgramme::kSampleRate, LayoutForChannelCount(DemoProgramme::kChannels),
@@ -129,8 +126,10 @@ int runDemo(const std::vector<std::string>& args)
         pipe.close(0, 0);
     });
     ProgressBar bar;
+    SamplePeakMeter peaks;
     while (BlockPipeline::Block* b = pipe.next()) {
         engine.ProcessBlock(b->pins.data(), b->frames);
+        peaks.add(b->pins.data(), DemoProgramme::kChannels, b->frames);
         bar.update(b->progress / 100.0, "demo programme");
         pipe.release(b);
     }
@@ -139,6 +138,7 @@ int runDemo(const std::vector<std::string>& args)
 
     Measurement m;
     m.file = "demo programme";
+    m.format = "demo";
     m.fromFile = false;
     m.sampleRate = DemoProgramme::kSampleRate;
     m.channels = DemoProgramme::kChannels;
@@ -147,52 +147,58 @@ int runDemo(const std::vector<std::string>& args)
     for (int c = 0; c < DemoProgramme::kChannels; ++c)
         m.channelNames.emplace_back(layout.channelNames[static_cast<size_t>(c)]);
     m.readEngine(engine);
+    peaks.store(m);
     PresetCheck check;
     if (report.preset)
         check = CheckAgainstPreset(m, *report.preset, 1.0);
-    if (json) {
-        std::printf("%s\n", MakeJsonLine(m, report, &check).c_str());
+    InputOutcome outcome;
+    outcome.check = report.preset ? &check : nullptr;
+    if (o.json) {
+        std::printf("%s\n", JsonLine(MeasurementJson(m, report, outcome)).c_str());
     } else {
-        std::string text, error;
-        if (!BuildTextSummary(MakeSummaryInput(m, report), text, &error)) {
+        std::string text;
+        if (!BuildTextSummary(MakeSummaryInput(m, report, report.preset ? &check : nullptr), text, &error)) {
             std::fprintf(stderr, "velorum: %s\n", error.c_str());
             return 2;
         }
         std::fputs(text.c_str(), stdout);
-        if (report.preset) {
-            std::printf("\nPreset Check (%s): %s\n", PresetDisplayName(report.preset).c_str(),
-                        check.pass ? "PASS" : "FAIL");
-            for (const std::string& d : check.details)
-                std::printf("  %s\n", d.c_str());
-        }
     }
     return report.preset && !check.pass ? 1 : 0;
 }
 
-int runSelfTest(const std::vector<std::string>& args)
-{
-    int jobs = static_cast<int>(std::thread::hardware_concurrency());
-    bool eco = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "-j" && i + 1 < args.size())
-            jobs = std::atoi(args[++i].c_str());
-        else if (args[i] == "--eco")
-            eco = true;
-        else
-            return usage("unknown option " + args[i]);
-    }
-    return PrintSelfTest(RunComplianceSelfTest(jobs > 0 ? jobs : 1, eco));
-}
-
+// Columns sized to their longest entry, so that they line up whatever the names.
 int listPresets()
 {
-    std::printf("%-24s %-14s %6s %6s %6s %6s  %s\n", "Menu text", "Short name", "Target", "Upper", "Lower", "TP",
-                "Unit");
+    std::vector<std::vector<std::string>> rows = {
+        {"Menu text", "Short name", "Aliases", "Target", "Window", "TP max", "Unit"}};
     for (const LoudnessStandard& s : LoudnessStandards()) {
         std::string menu = s.menuText;
         menu.erase(0, menu.find_first_not_of(' '));
-        std::printf("%-24s %-14s %6d %6d %6d %6.1f  %s\n", menu.c_str(), s.shortName ? s.shortName : "", s.target,
-                    s.upper, s.lower, s.truePeakMax, s.lkfs ? "LKFS" : "LUFS");
+        std::string aliases;
+        for (const auto& [alias, text] : PresetAliases())
+            if (menu == text)
+                aliases += (aliases.empty() ? "" : ", ") + std::string(alias);
+        char window[32], peak[16];
+        if (s.lower > -70)
+            std::snprintf(window, sizeof window, "%d .. %d", s.lower, s.upper);
+        else
+            std::snprintf(window, sizeof window, "<= %d", s.upper);
+        std::snprintf(peak, sizeof peak, "%.1f", s.truePeakMax);
+        rows.push_back({menu, s.shortName ? s.shortName : "", aliases, std::to_string(s.target), window, peak,
+                        s.lkfs ? "LKFS" : "LUFS"});
+    }
+    std::vector<size_t> width(rows.front().size(), 0);
+    for (const auto& row : rows)
+        for (size_t c = 0; c < row.size(); ++c)
+            width[c] = std::max(width[c], row[c].size());
+    for (const auto& row : rows) {
+        std::string line;
+        for (size_t c = 0; c < row.size(); ++c) {
+            const bool number = c >= 3 && c != 6;
+            const std::string pad(width[c] - row[c].size(), ' ');
+            line += (c ? "  " : "") + (number ? pad + row[c] : row[c] + (c + 1 < row.size() ? pad : ""));
+        }
+        std::printf("%s\n", line.c_str());
     }
     return 0;
 }
@@ -206,42 +212,88 @@ int listLayouts()
 
 int dispatch(int argc, char** argv)
 {
+    CLI::App app{std::string("velorum ") + kVersionText + Overview(), "velorum"};
+    app.set_help_flag("-h,--help", "print this help and exit");
+    bool version = false;
+    app.add_flag("-V,--version", version, "print the version and exit");
+    app.require_subcommand(0, 1);
+    app.footer("Run 'velorum COMMAND --help' for the options of a command.");
+
+    AnalyzeOptions analyze;
+    CLI::App* analyzeCommand = app.add_subcommand("analyze", "measure files and check them against a preset");
+    analyzeCommand->alias("analyse");
+    AddAnalyzeOptions(*analyzeCommand, analyze);
+
+    DemoOptions demo;
+    CLI::App* demoCommand = app.add_subcommand("demo", "measure the built-in default programme");
+    demoCommand->add_flag("--json", demo.json, "print a JSON line instead of the summary");
+    demoCommand->add_flag("--dialogue", demo.dialogue, "add the dialogue-gated readings");
+    auto* lkfs = demoCommand->add_flag("--lkfs", demo.lkfs, "show loudness in LKFS");
+    demoCommand->add_flag("--lufs", demo.lufs, "show loudness in LUFS")->excludes(lkfs);
+    demoCommand->add_option("--preset", demo.preset, "check against a standard");
+
+    // normalize parses its own options (and its --help).
+    CLI::App* normalizeCommand =
+        app.add_subcommand("normalize", "write copies of files at a target loudness under a true-peak ceiling");
+    normalizeCommand->alias("normalise");
+    normalizeCommand->set_help_flag();
+    normalizeCommand->prefix_command();
+
+    bool versionCheck = false;
+    CLI::App* versionCommand = app.add_subcommand("version", "print the version; --check looks for a newer one");
+    versionCommand->add_flag("--check", versionCheck, "ask the update address for a newer version and news");
+
+    int selftestJobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    bool selftestEco = false;
+    CLI::App* selftestCommand = app.add_subcommand("selftest", "EBU Tech 3341/3342 and true-peak compliance self-test");
+    selftestCommand->add_option("-j,--jobs", selftestJobs, "cases run in parallel")->check(CLI::Range(1, 1024));
+    selftestCommand->add_flag("--eco", selftestEco, "eco true-peak mode");
+
+    CLI::App* presetsCommand = app.add_subcommand("presets", "list the loudness standards");
+    CLI::App* layoutsCommand = app.add_subcommand("layouts", "list the channel layouts");
+
     if (argc < 2) {
-        std::printf("velorum %s", kVersionText);
-        printHelp();
-        return 64;
+        std::printf("velorum %s%s", kVersionText, Overview().c_str());
+        return kUsageStatus;
     }
-    const std::string command = argv[1];
-    const std::vector<std::string> args(argv + 2, argv + argc);
-    if (command == "--help" || command == "-h" || command == "help") {
-        std::printf("velorum %s", kVersionText);
-        printHelp();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        const CLI::App* command = nullptr;
+        for (const CLI::App* sub : app.get_subcommands())
+            command = sub;
+        if (command)
+            std::fputs(command->help().c_str(), stdout);
+        else
+            std::printf("velorum %s%s", kVersionText, Overview().c_str());
         return 0;
+    } catch (const CLI::ParseError& e) {
+        std::string command;
+        for (const CLI::App* sub : app.get_subcommands())
+            command = sub->get_name();
+        return usage(command, e.what());
     }
-    if (command == "--version" || command == "-V") {
+    if (version) {
         std::printf("velorum %s\n", kVersionText);
         return 0;
     }
-    if (command == "version")
-        return RunVersionCommand(args);
-    if (command == "demo")
-        return runDemo(args);
-    if (command == "analyze" || command == "analyse") {
-        AnalyzeOptions options;
-        std::string error;
-        if (!ParseAnalyzeOptions(args, options, error))
-            return usage(error);
-        return RunAnalyze(options);
+    if (analyzeCommand->parsed()) {
+        const std::string error = CheckAnalyzeOptions(analyze);
+        return error.empty() ? RunAnalyze(analyze) : usage("analyze", error);
     }
-    if (command == "normalize" || command == "normalise")
-        return RunNormalizeCommand(args);
-    if (command == "selftest")
-        return runSelfTest(args);
-    if (command == "presets")
+    if (demoCommand->parsed())
+        return runDemo(demo);
+    if (normalizeCommand->parsed())
+        return RunNormalizeCommand(normalizeCommand->remaining());
+    if (versionCommand->parsed())
+        return RunVersionCommand(versionCheck ? std::vector<std::string>{"--check"} : std::vector<std::string>{});
+    if (selftestCommand->parsed())
+        return PrintSelfTest(RunComplianceSelfTest(selftestJobs, selftestEco));
+    if (presetsCommand->parsed())
         return listPresets();
-    if (command == "layouts")
+    if (layoutsCommand->parsed())
         return listLayouts();
-    return usage("unknown command " + command);
+    return usage("", "no command given");
 }
 
 } // namespace

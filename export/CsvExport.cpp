@@ -86,9 +86,14 @@ std::string BuildPlainCsv(const CsvContext& c)
 {
     const MeasurementHistory& h = *c.history;
     const LoudnessStandard& p = presetOf(c);
-    const std::string target = fmt("%.1f", static_cast<double>(p.target));
-    const std::string plus = fmt("%.1f", static_cast<double>(p.upper - p.target));
-    const std::string minus = p.lower > -70 ? fmt("%.1f", static_cast<double>(p.target - p.lower)) : std::string();
+    std::string target = fmt("%.1f", static_cast<double>(p.target));
+    std::string plus = fmt("%.1f", static_cast<double>(p.upper - p.target));
+    std::string minus = p.lower > -70 ? fmt("%.1f", static_cast<double>(p.target - p.lower)) : std::string();
+    if (c.hasWindow) {
+        target = fmt("%.1f", c.windowTarget);
+        plus = fmt("%.1f", c.windowUpper - c.windowTarget);
+        minus = fmt("%.1f", c.windowTarget - c.windowLower);
+    }
     std::string out = "Time,Timecode,Momentary Loudness,Short Term Loudness,True Peak,Dynamic Range,Integrated,"
                       "Loudness Range,Target,Tolerance Plus,Tolerance Minus\n";
     forEachRow(c, [&](const Row& r) {

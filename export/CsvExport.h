@@ -22,6 +22,9 @@
 //   Tolerance Plus       upper limit - target (LU)
 //   Tolerance Minus      target - lower limit (LU); empty when the preset
 //                        has no lower limit
+// When the context carries the window a check actually used (the command's
+// --preset with its tolerance), Target, Tolerance Plus and Tolerance Minus
+// describe that window instead.
 // Loudness values are LUFS/LKFS ("%.2f"), -120.00 when below the floor.
 //
 // Dolby CSV: a block of "label,value" lines, an empty line, the table, an
@@ -104,6 +107,8 @@ struct CsvContext {
     bool lkfs = false;
     bool dialogue = false;
     SummaryValues values;                          // final readings
+    bool hasWindow = false;                        // the checked window below replaces the preset's
+    double windowTarget = 0.0, windowLower = 0.0, windowUpper = 0.0;
     std::tm localTime{};
     std::string logFilePath;
 };

@@ -131,6 +131,10 @@ bool BuildTextSummary(const SummaryInput& in, std::string& text, std::string* er
         if (v.nonFiniteSamples > 0)
             s += "Non-finite Samples = " + format("%lld", static_cast<long long>(v.nonFiniteSamples)) +
                  " (NaN or infinite, measured as silence)\n";
+        if (!in.notes.empty())
+            s += "\n";
+        for (const std::string& note : in.notes)
+            s += note + "\n";
         text = std::move(s);
         return true;
     } catch (const std::exception& e) {

@@ -64,6 +64,9 @@ struct SummaryInput {
     std::string presetName;
     SummaryValues values;
     bool lkfs = false;                 // unit "LKFS" instead of "LUFS"
+    // Lines added after the value lines, behind an empty line (the command's
+    // "File Name: " and preset check); each is ended by "\n".
+    std::vector<std::string> notes;
 };
 
 // The summary text; false (and `error` = "Error during formatting.") when a

@@ -17,6 +17,7 @@ packages=(
   # the graphs' OpenGL path (GLX through libepoxy) and Mesa's software GL for its tests
   libepoxy-dev libgl-dev libgl1-mesa-dri mesa-utils
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+  libcli11-dev nlohmann-json3-dev
   # tests, cross-checks and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng
   # the local fuzz run (scripts/fuzz-reader.sh): clang with libFuzzer

@@ -12,18 +12,13 @@
 #include "graphics/tgraphics_control.h"
 #include "ui/MeterModel.h"
 #include "ui/Theme.h"
+#include "ui/UiDraw.h"
 #include "ui/UiSettings.h"
 
 class tg_gl_plot;
 
 namespace velorum::ui {
 
-// A rectangle in doubles for drawing (the control model keeps floats).
-struct DRect {
-  double L = 0.0, T = 0.0, R = 0.0, B = 0.0;
-  double W() const { return R - L; }
-  double H() const { return B - T; }
-};
 inline DRect D(const IRECT& r) { return {double(r.L), double(r.T), double(r.R), double(r.B)}; }
 
 struct MenuItem {
@@ -73,11 +68,5 @@ class MeterControl : public tgraphics_control {
  protected:
   EditorHost& mHost;
 };
-
-// A rounded panel with its drop shadow, and a caption in its top-left corner.
-void DrawPanel(tgraphics& g, const DRect& r, const Theme& t, const char* caption = nullptr);
-// Text helpers in the editor's fonts.
-void DrawLabel(tgraphics& g, const std::string& text, double x, double y, double w, double h, double size,
-               const tg_color& c, tg_align align = tg_align::left, const char* font = "OpenSans-SemiBold");
 
 }  // namespace velorum::ui

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
+#include "ui/HistoryPlot.h"
 #include "ui/UiFormat.h"
 
 namespace velorum::ui {
@@ -11,19 +11,6 @@ namespace {
 
 constexpr double kStep10 = 0.01;   // seconds per 10 ms entry
 constexpr double kMinView = 1.0;   // shortest view, seconds
-constexpr double kAxisW = 30.0, kAxisH = 16.0, kScrollH = 7.0, kLegendH = 18.0;
-const char* const kCurveNames[HistoryGraph::kCurves] = {"MOMENTARY", "SHORT TERM", "INTEGRATED", "TRUE PEAK"};
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-// A tick step of the time axis that leaves at least `minSeconds` between labels.
-double TimeStep(double minSeconds) {
-  static constexpr double kSteps[] = {0.1, 0.2, 0.5, 1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200,
-                                      14400, 28800, 86400};
-  for (double s : kSteps)
-    if (s >= minSeconds) return s;
-  return 86400.0 * std::ceil(minSeconds / 86400.0);
-}
-
 }  // namespace
 
 HistoryGraph::HistoryGraph(EditorHost& host, const IRECT& r) : MeterControl(host, r) {
@@ -32,20 +19,18 @@ HistoryGraph::HistoryGraph(EditorHost& host, const IRECT& r) : MeterControl(host
 }
 
 IRECT HistoryGraph::PlotRect() const {
-  const DRect r = D(GetRECT());
-  return IRECT(r.L + 6. + kAxisW, r.T + kLegendH + 4., r.R - 8., r.B - 6. - kAxisH - kScrollH - 2.);
+  const DRect p = HistoryPlotGeometry(D(GetRECT())).plot;
+  return IRECT(float(p.L), float(p.T), float(p.R), float(p.B));
 }
 
 IRECT HistoryGraph::ScrollRect() const {
-  const DRect p = D(PlotRect());
-  const DRect r = D(GetRECT());
-  return IRECT(float(p.L), float(r.B - 6. - kScrollH), float(p.R), float(r.B - 6.));
+  const DRect s = HistoryPlotGeometry(D(GetRECT())).scroll;
+  return IRECT(float(s.L), float(s.T), float(s.R), float(s.B));
 }
 
 IRECT HistoryGraph::LegendRect(int curve) const {
-  const DRect r = D(GetRECT());
-  const double w = 78., x = r.R - 8. - w * double(kCurves - curve);
-  return IRECT(x, r.T + 3., x + w - 4., r.T + 3. + 14.);
+  const DRect l = HistoryPlotGeometry(D(GetRECT())).legend[curve];
+  return IRECT(float(l.L), float(l.T), float(l.R), float(l.B));
 }
 
 double HistoryGraph::TotalSeconds() const {
@@ -238,187 +223,51 @@ bool HistoryGraph::DrawCurvesAccelerated(tgraphics& g, tg_gl_plot& gl, const DRe
 
 void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
   const Theme& t = Colors();
-  const DRect r = D(GetRECT());
-  g.clip_rect(r.L, r.T, r.W(), r.H());
-  DrawPanel(g, r, t, "LOUDNESS HISTORY");
   const MeterModel& m = mHost.Model();
-  const TargetWindow tw = m.Targets();
-  const DRect p = D(PlotRect());
-  if (p.W() < 20.0 || p.H() < 20.) return;
-  mHigh = std::max(0.0, std::ceil((tw.target + 20.0) / 6.0) * 6.0);
-  mLow = mHigh - 60.0;
-
-  // Decimate the histories to one column per editor unit under the engine
-  // mutex. The OpenGL path needs only the column under the pointer.
-  const int columns = std::max(1, static_cast<int>(p.W()));
-  std::vector<double> mMax(size_t(columns), kNaN), sLast(size_t(columns), kNaN), tpMax(size_t(columns), kNaN),
-      iLast(size_t(columns), kNaN);
-  double total = 0.0;
-  const LoudnessEngine& e = m.Engine();
-  auto decimate = [&](int c0, int c1) {
-    // The audio thread takes the same mutex at every 10 ms step: hold it for
-    // short slices only, and read the sizes again after each pause.
-    std::unique_lock<EngineMutex> lock(e.Mutex());
-    const MeasurementHistory& h = e.History();
-    total = double(h.Size10()) * kStep10;
+  const PlotGeometry geo = HistoryPlotGeometry(D(GetRECT()));
+  const DRect r = geo.panel, p = geo.plot;
+  PlotStyle style;
+  style.targets = m.Targets();
+  style.histogramMode = m.HistogramMode();
+  style.fpsIndex = mHost.Settings().fpsIndex;
+  style.systemStartSeconds = m.SystemStartSeconds();
+  for (int c = 0; c < kCurves; ++c) style.shown[c] = mShown[c];
+  style.hasSelection = m.HasSelection();
+  style.selectionBegin = m.SelectionBegin();
+  style.selectionEnd = m.SelectionEnd();
+  PlotValueRange(style.targets.target, mLow, mHigh);
+  const auto settle = [this](double total, double& start, double& length) {
     UpdateView(total);
-    size_t n10 = 0, n100 = 0, budget = 0;
-    auto sizes = [&] {
-      n10 = std::min({h.momentary.size(), h.shortTerm.size(), h.truePeak.size(), h.stepFlags.size()});
-      n100 = std::min(h.integrated.size(), h.blockFlags.size());
-    };
-    sizes();
-    for (int c = std::max(0, c0); c < std::min(columns, c1); ++c) {
-      if (budget > 8192) {
-        lock.unlock();
-        lock.lock();
-        sizes();
-        budget = 0;
-      }
-      const double t0 = mViewStart + mViewLength * c / columns, t1 = mViewStart + mViewLength * (c + 1) / columns;
-      auto i0 = static_cast<size_t>(std::max(0.0, std::floor(t0 / kStep10)));
-      auto i1 = static_cast<size_t>(std::max(0.0, std::ceil(t1 / kStep10)));
-      i1 = std::min(std::max(i1, i0 + 1), n10);
-      double mm = -1e9, tp = -1e9, s = kNaN;
-      budget += i1 > i0 ? i1 - i0 : 0;
-      for (size_t i = i0; i < i1; ++i) {
-        if (h.stepFlags[i] != kFlagMeasured) continue;
-        mm = std::max(mm, double(h.momentary[i]));
-        tp = std::max(tp, double(h.truePeak[i]));
-        s = double(h.shortTerm[i]);
-      }
-      if (mm > -119.9) mMax[size_t(c)] = mm;
-      if (tp > -119.9) tpMax[size_t(c)] = tp;
-      if (s > -119.9) sLast[size_t(c)] = s;
-      const auto b = static_cast<size_t>(std::max(0.0, std::floor(t1 / 0.1)));
-      if (b < n100 && h.blockFlags[b] == kFlagMeasured && h.integrated[b] > -119.9f)
-        iLast[size_t(c)] = double(h.integrated[b]);
-    }
+    start = mViewStart;
+    length = mViewLength;
   };
+  const int columns = std::max(1, static_cast<int>(p.W()));
   // Only the window's own frames take the OpenGL path; exports and offscreen
-  // renders always draw with cairo.
+  // renders always draw with cairo. The OpenGL path reads the histories
+  // itself, so only the column under the pointer is decimated here.
   tg_gl_plot* gl = interactive && DrawsToWindow(g) ? mHost.Accelerated() : nullptr;
   const int hover = interactive && mHoverX >= 0.f
                         ? std::clamp(static_cast<int>((double(mHoverX) - p.L) / (double(p.W()) / columns)), 0,
                                      columns - 1)
                         : -1;
-  if (gl) decimate(hover, hover + 1);
-  else decimate(0, columns);
-
-  // Grid: loudness every 6 dB, with labels.
-  g.set_line_style(1.0);
-  for (double v = mLow; v <= mHigh + 1e-9; v += 6.0) {
-    const double y = std::round(ValueY(p, v)) + 0.5;
-    g.new_path();
-    g.move_to(p.L, y);
-    g.line_to(p.R, y);
-    g.set_color(t.grid);
-    g.stroke();
-    DrawLabel(g, std::to_string(static_cast<int>(v)), r.L + 4.0, y - 6.0, kAxisW - 2.0, 12.0, 8.5, t.dim,
-              tg_align::right, "OpenSans-Regular");
-  }
-  // Target band and target line.
-  const double bandTop = ValueY(p, tw.BandHigh()), bandBottom = ValueY(p, tw.BandLow());
-  g.new_path();
-  g.rectangle(p.L, bandTop, p.W(), std::max(1.0, bandBottom - bandTop));
-  g.set_color(t.targetBand);
-  g.fill();
-  const double targetY = std::round(ValueY(p, tw.target)) + 0.5;
-  g.new_path();
-  g.move_to(p.L, targetY);
-  g.line_to(p.R, targetY);
-  g.set_color(WithAlpha(t.ok, 0.9));
-  g.stroke();
-  const double tpY = std::round(ValueY(p, tw.truePeakMax)) + 0.5;
-  g.new_path();
-  g.move_to(p.L, tpY);
-  g.line_to(p.R, tpY);
-  g.set_color(WithAlpha(t.bad, 0.7));
-  g.stroke();
-
-  // Time axis.
-  const int mode = m.HistogramMode();
-  const int fps = mHost.Settings().fpsIndex;
-  const double step = TimeStep(mViewLength * (mode == 1 ? 90.0 : 64.0) / std::max(1.0, double(p.W())));
-  for (double s = std::ceil(mViewStart / step) * step; s <= mViewStart + mViewLength + 1e-9; s += step) {
-    const double x = std::round(double(XAtTime(s))) + 0.5;
-    g.new_path();
-    g.move_to(x, p.T);
-    g.line_to(x, p.B + 3.0);
-    g.set_color(t.grid);
-    g.stroke();
-    // Labels stay inside the panel: the last one is right-aligned to the plot.
-    const double labelX = std::clamp(x - 45.0, r.L + 2.0, p.R - 90.0 + 8.0);
-    const tg_align align = labelX > x - 45.0 ? tg_align::left : labelX < x - 45.0 ? tg_align::right : tg_align::center;
-    DrawLabel(g, FormatAxisTime(s, mode, fps, m.SystemStartSeconds(), step < 1.0), labelX, p.B + 3.0, 90.0, kAxisH, 8.5,
-              t.dim, align, "OpenSans-Regular");
-  }
-
-  g.save();
-  g.clip_rect(p.L, p.T, p.W(), p.H());
-  // Selection.
-  if (m.HasSelection()) {
-    const double x0 = double(XAtTime(m.SelectionBegin())), x1 = double(XAtTime(m.SelectionEnd()));
-    g.new_path();
-    g.rectangle(x0, p.T, std::max(1.0, x1 - x0), p.H());
-    g.set_color(WithAlpha(t.accent, 0.22));
-    g.fill();
-  }
-  const double dx = double(p.W()) / columns;
-  if (gl && !DrawCurvesAccelerated(g, *gl, p)) {
+  const PlotColumns cols = gl ? ReadPlotColumns(m.Engine(), columns, settle, hover, hover + 1)
+                              : ReadPlotColumns(m.Engine(), columns, settle);
+  PlotAccelerator accelerator;
+  accelerator.draw = [&](const DRect& plot) {
+    if (DrawCurvesAccelerated(g, *gl, plot)) return true;
     // A failed frame is drawn again with cairo; so are the ones after it.
     mHost.AcceleratedFailed();
-    gl = nullptr;
-    decimate(0, columns);
-  }
-  // Momentary envelope as a filled area.
-  if (!gl && mShown[kMomentary]) {
-    g.new_path();
-    bool open = false;
-    double firstX = 0.0;
-    for (int c = 0; c <= columns; ++c) {
-      const bool valid = c < columns && !std::isnan(mMax[size_t(c)]);
-      const double x = p.L + (c + 0.5) * dx;
-      if (valid) {
-        const double y = ValueY(p, mMax[size_t(c)]);
-        if (!open) {
-          g.move_to(x, p.B);
-          firstX = x;
-          open = true;
-        }
-        g.line_to(x, y);
-      } else if (open) {
-        g.line_to(p.L + (c - 0.5) * dx, p.B);
-        g.close_path();
-        open = false;
-      }
-    }
-    (void)firstX;
-    g.set_color(WithAlpha(t.momentary, 0.28));
-    g.fill();
-  }
-  auto line = [&](const std::vector<double>& values, const tg_color& color, double width) {
-    g.new_path();
-    bool open = false;
-    for (int c = 0; c < columns; ++c) {
-      const double v = values[size_t(c)];
-      if (std::isnan(v)) {
-        open = false;
-        continue;
-      }
-      const double x = p.L + (c + 0.5) * dx, y = ValueY(p, v);
-      if (!open) g.move_to(x, y);
-      else g.line_to(x, y);
-      open = true;
-    }
-    g.set_line_style(width, CAIRO_LINE_CAP_ROUND, CAIRO_LINE_JOIN_ROUND);
-    g.set_color(color);
-    g.stroke();
+    return false;
   };
-  if (!gl && mShown[kTruePeak]) line(tpMax, WithAlpha(t.truePeak, 0.8), 1.0);
-  if (!gl && mShown[kShortTerm]) line(sLast, t.shortTerm, 1.6);
-  if (!gl && mShown[kIntegrated]) line(iLast, t.integrated, 1.8);
-  g.restore();
+  accelerator.reread = [&](PlotColumns& all) { all = ReadPlotColumns(m.Engine(), columns, settle); };
+  DrawHistoryPlot(g, geo, t, cols, style, gl ? &accelerator : nullptr);
+  if (p.W() < 20.0 || p.H() < 20.) return;
+  const std::vector<double>& mMax = cols.momentaryMax;
+  const std::vector<double>& sLast = cols.shortTerm;
+  const std::vector<double>& iLast = cols.integrated;
+  const std::vector<double>& tpMax = cols.truePeakMax;
+  const int mode = style.histogramMode, fps = style.fpsIndex;
+  const double dx = double(p.W()) / columns;
 
   // The values under the pointer.
   if (interactive && mHoverX >= 0.f) {
@@ -450,38 +299,6 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
                 "OpenSans-Regular");
   }
 
-  // Plot frame.
-  g.new_path();
-  g.rectangle(p.L + 0.5, p.T + 0.5, p.W() - 1.0, p.H() - 1.0);
-  g.set_line_style(1.0);
-  g.set_color(t.panelEdge);
-  g.stroke();
-
-  // Scroll bar: the view inside the whole measurement.
-  const DRect sb = D(ScrollRect());
-  const double whole = std::max({10.0, total, mViewStart + mViewLength});
-  g.new_path();
-  g.rounded_rectangle(sb.L, sb.T, sb.W(), sb.H(), 3.0);
-  g.set_color(WithAlpha(t.grid, 0.7));
-  g.fill();
-  const double tx = sb.L + sb.W() * mViewStart / whole, tw2 = std::max(8.0, sb.W() * mViewLength / whole);
-  g.new_path();
-  g.rounded_rectangle(std::min(tx, sb.R - tw2), sb.T, tw2, sb.H(), 3.0);
-  g.set_color(WithAlpha(t.dim, 0.8));
-  g.fill();
-
-  // Legend (click to show or hide a curve).
-  const tg_color colors[kCurves] = {t.momentary, t.shortTerm, t.integrated, t.truePeak};
-  if (r.W() > 380.0) {
-    for (int c = 0; c < kCurves; ++c) {
-      const DRect l = D(LegendRect(c));
-      g.new_path();
-      g.rounded_rectangle(l.L, l.T + 4.0, 8.0, 6.0, 2.0);
-      g.set_color(mShown[c] ? colors[c] : WithAlpha(colors[c], 0.25));
-      g.fill();
-      DrawLabel(g, kCurveNames[c], l.L + 11.0, l.T, l.W() - 11.0, l.H(), 8.5, mShown[c] ? t.text : t.dim);
-    }
-  }
   if (interactive && m.HasSelection() && r.W() > 680.) {
     const std::string text = FormatAxisTime(m.SelectionBegin(), mode, fps, m.SystemStartSeconds(), true) + " - " +
                              FormatAxisTime(m.SelectionEnd(), mode, fps, m.SystemStartSeconds(), true);

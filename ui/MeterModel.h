@@ -13,6 +13,7 @@
 
 #include "engine/LoudnessEngine.h"
 #include "history/Distributions.h"
+#include "ui/HistoryPlot.h"
 
 namespace velorum {
 class LoudnessMeterPlugin;
@@ -55,18 +56,6 @@ struct MeterValues {
   std::array<std::string, kMaxChannels> channelNames{};
   double elapsedSeconds = 0.0;
   bool rangeSelected = false;
-};
-
-// The target window of the chosen standard.
-struct TargetWindow {
-  double target = -23.0;
-  double upper = -23.0;
-  double lower = -70.0;     // -70: no lower limit
-  double truePeakMax = -1.0;
-  bool lkfs = false;
-  // The band the readouts and the graph treat as "on target".
-  double BandLow() const { return lower > -70.0 ? lower : target - 1.0; }
-  double BandHigh() const { return lower > -70.0 ? upper : std::max(upper, target) + 1.0; }
 };
 
 class MeterModel {

@@ -166,7 +166,8 @@ TEST_F(CommandTest, ExportsAreWrittenAndExistingOnesKeptWithoutYes)
     const Outcome again = velorum("analyze --csv " + q("log.csv") + " --interval 1 " + q("on target.wav") + " </dev/null",
                               dir.file("err.txt"));
     EXPECT_EQ(again.status, 2);
-    EXPECT_NE(slurp(dir.file("err.txt")).find("This file already exists."), std::string::npos);
+    EXPECT_NE(slurp(dir.file("err.txt")).find("log.csv: already exists; kept (use -y to replace it)"),
+              std::string::npos);
     EXPECT_EQ(slurp(dir.file("log.csv")), csv);
     EXPECT_EQ(velorum("analyze -y --csv " + q("log.csv") + " --interval 1 " + q("on target.wav")).status, 0);
     EXPECT_EQ(count(slurp(dir.file("log.csv")), "\n"), 7u);
@@ -178,10 +179,10 @@ TEST_F(CommandTest, SeveralFilesGetTheirOwnExportNames)
     const Outcome run = velorum("analyze --csv " + q("out") + " --summary " + q("all.txt") + " " + q("on target.wav") +
                             " " + q("quiet.wav"));
     EXPECT_EQ(run.status, 0);
-    EXPECT_TRUE(std::filesystem::exists(dir.file("out/on target.csv")));
-    EXPECT_TRUE(std::filesystem::exists(dir.file("out/quiet.csv")));
-    EXPECT_TRUE(std::filesystem::exists(dir.file("all.on target.txt")));
-    EXPECT_TRUE(std::filesystem::exists(dir.file("all.quiet.txt")));
+    EXPECT_TRUE(std::filesystem::exists(dir.file("out/on target.wav.csv")));
+    EXPECT_TRUE(std::filesystem::exists(dir.file("out/quiet.wav.csv")));
+    EXPECT_TRUE(std::filesystem::exists(dir.file("all.on target.wav.txt")));
+    EXPECT_TRUE(std::filesystem::exists(dir.file("all.quiet.wav.txt")));
     EXPECT_NE(run.out.find("==> " + dir.file("quiet.wav") + " <=="), std::string::npos);
     // A folder argument analyses the audio files inside it.
     const Outcome folder = velorum("analyze --json " + q(""));

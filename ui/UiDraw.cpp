@@ -1,4 +1,4 @@
-#include "ui/EditorHost.h"
+#include "ui/UiDraw.h"
 
 #include <algorithm>
 
