@@ -11,30 +11,32 @@ packages=(
   zlib1g-dev libpng-dev libfreetype-dev libcairo2-dev libx11-dev
   libsndfile1-dev libmpg123-dev libvorbis-dev libogg-dev libflac-dev
   fonts-roboto-unhinted fonts-open-sans libxtst-dev poppler-utils
-  # the update check: JSON headers, and curl's header (libcurl itself is
-  # opened at run time; a machine without it only has no update check)
-  nlohmann-json3-dev libcurl4-openssl-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
+  # command-line options and JSON
+  libcli11-dev nlohmann-json3-dev
+  # the update check: curl's header (libcurl itself is opened at run time;
+  # a machine without it only has no update check)
+  libcurl4-openssl-dev
   # the graphs' OpenGL path (GLX through libepoxy) and Mesa's software GL for its tests
   libepoxy-dev libgl-dev libgl1-mesa-dri mesa-utils
-  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
-  libcli11-dev nlohmann-json3-dev
   # tests, cross-checks and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng
+  libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev ffmpeg espeak-ng sox
+  xvfb xauth x11-utils
   # the local fuzz run (scripts/fuzz-reader.sh): clang with libFuzzer
   clang libclang-rt-14-dev
-  # command-line options
-  libcli11-dev
   # a debugger that reads the crash reports back
   lldb-14
-  xvfb xauth x11-utils
-  # speech classifier training (engine/speech/train/train.sh)
-  python3-numpy python3-torch espeak-ng sox
   # Windows cross-build and its tests
   mingw-w64 g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
   # Media Foundation under wine decodes through GStreamer (WAV, FLAC, MP3,
   # Opus, MP4 demuxing; AAC through the libav plug-in)
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
 )
+# The speech classifier's training (engine/speech/train/train.sh) asks for
+# its own tools with --training; the build and the tests never need them.
+if [ "${1:-}" = "--training" ]; then
+  packages+=(python3-numpy python3-torch)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -15,6 +15,7 @@
 # Everything runs at low priority; only the weight table lands in the tree.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+"$here/../../../scripts/setup.sh" --training
 build=${1:?usage: train.sh <build-dir> [minutes]}
 budget=${2:-25}
 cache=${VELORUM_SPEECH_DATA:-$HOME/.cache/velorum/speech-data}
