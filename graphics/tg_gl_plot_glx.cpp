@@ -240,10 +240,18 @@ class GlxPlot final : public tg_gl_plot {
         unsigned char* data = cairo_image_surface_get_data(image);
         const int stride = cairo_image_surface_get_stride(image);
         glPixelStorei(GL_PACK_ALIGNMENT, 4);
-        // GL's rows run bottom-up: read each into its place top-down.
-        for (int y = 0; y < height_; ++y)
-          glReadPixels(0, height_ - 1 - y, width_, 1, GL_BGRA, GL_UNSIGNED_BYTE,
-                       data + size_t(y) * size_t(stride));
+        glPixelStorei(GL_PACK_ROW_LENGTH, stride / 4);
+        glReadPixels(0, 0, width_, height_, GL_BGRA, GL_UNSIGNED_BYTE, data);
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+        // GL's rows run bottom-up.
+        std::vector<unsigned char> row(static_cast<size_t>(stride));
+        for (int y = 0; y < height_ / 2; ++y) {
+          unsigned char* a = data + size_t(y) * size_t(stride);
+          unsigned char* b = data + size_t(height_ - 1 - y) * size_t(stride);
+          std::memcpy(row.data(), a, size_t(stride));
+          std::memcpy(a, b, size_t(stride));
+          std::memcpy(b, row.data(), size_t(stride));
+        }
         cairo_surface_mark_dirty(image);
       }
       if (glGetError() != GL_NO_ERROR) failed_ = true;

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "graphics/IGraphics.h"
+#include "graphics/tg_gl_plot.h"
 #include "ui/UiFormat.h"
 
 namespace velorum::ui {
@@ -14,6 +16,11 @@ constexpr double kLow = -50.0, kHigh = 6.0;  // dB shown on the lane and the fad
 constexpr double kPastSeconds = 1.0;
 constexpr double kNudgeDb = 1.5;
 constexpr int64_t kFlashSteps = 40;
+
+// Editor units per simulation step on a lane.
+double LaneStepWidth(const DRect& lane) {
+  return lane.W() / ((kPastSeconds + GainRiderGame::kLookAhead) / GainRiderGame::kStepSeconds);
+}
 
 double LaneY(const DRect& r, double v) {
   const double f = std::clamp((v - kLow) / (kHigh - kLow), 0.0, 1.0);
@@ -199,17 +206,19 @@ void GameView::DrawLane(tgraphics& g, const DRect& lane) {
     g.stroke();
   }
   // The programme at the present gain: where the output will go unless ridden.
-  g.new_path();
-  for (int64_t s = first; s <= last; s += 2) {
-    const double y = LaneY(lane, game.Programme(s) + gain);
-    if (s == first)
-      g.move_to(x(s), y);
-    else
-      g.line_to(x(s), y);
+  if (!DrawProgrammeAccelerated(g, lane, first, last)) {
+    g.new_path();
+    for (int64_t s = first; s <= last; s += 2) {
+      const double y = LaneY(lane, game.Programme(s) + gain);
+      if (s == first)
+        g.move_to(x(s), y);
+      else
+        g.line_to(x(s), y);
+    }
+    g.set_line_style(2.0, CAIRO_LINE_CAP_ROUND, CAIRO_LINE_JOIN_ROUND);
+    g.set_color(t.shortTerm);
+    g.stroke();
   }
-  g.set_line_style(2.0, CAIRO_LINE_CAP_ROUND, CAIRO_LINE_JOIN_ROUND);
-  g.set_color(t.shortTerm);
-  g.stroke();
   // The now-line and the output dot.
   g.new_path();
   g.move_to(nowX, lane.T);
@@ -222,6 +231,32 @@ void GameView::DrawLane(tgraphics& g, const DRect& lane) {
   g.set_color(game.InBand() ? t.ok : t.warn);
   g.fill();
   g.restore();
+}
+
+bool GameView::DrawProgrammeAccelerated(tgraphics& g, const DRect& lane, int64_t first, int64_t last) {
+  tg_gl_plot* gl = DrawsToWindow(g) ? mHost.Accelerated() : nullptr;
+  if (!gl) return false;
+  // The visible stretch of programme, every second step, as a series of its own.
+  const GainRiderGame& game = *mGame;
+  std::vector<float> values;
+  for (int64_t s = first; s <= last; s += 2) values.push_back(float(game.Programme(s) + game.Gain()));
+  const double scale = g.device_scale();
+  const int w = static_cast<int>(std::lround(lane.W() * scale)),
+            h = static_cast<int>(std::lround(lane.H() * scale));
+  const tg_gl_view view{double(first), double(first) + lane.W() / LaneStepWidth(lane), kLow, kHigh};
+  gl->clear(kGlSeries);
+  gl->append(kGlSeries, values.data(), values.size());
+  if (gl->begin(w, h)) {
+    gl->line(kGlSeries, 0, values.size(), double(first), 2.0, view, Colors().shortTerm, 2.0 * scale);
+    if (cairo_surface_t* image = gl->end()) {
+      cairo_surface_set_device_scale(image, scale, scale);
+      g.draw_surface(image, lane.L, lane.T);
+      cairo_surface_destroy(image);
+      return true;
+    }
+  }
+  mHost.AcceleratedFailed();
+  return false;
 }
 
 void GameView::DrawFader(tgraphics& g, const DRect& f) {

@@ -44,9 +44,13 @@ class GameView : public MeterControl {
   void FaderFromY(float y);
   void KeepHighScore();
   void DrawLane(tgraphics& g, const DRect& lane);
+  // The programme's line through the OpenGL path when it is on; false to draw it with cairo.
+  bool DrawProgrammeAccelerated(tgraphics& g, const DRect& lane, int64_t first, int64_t last);
   void DrawFader(tgraphics& g, const DRect& f);
   void DrawHud(tgraphics& g, const DRect& r);
 
+  // The GL series the game uses, clear of the history graph's.
+  static constexpr int kGlSeries = 64;
   std::unique_ptr<GainRiderGame> mGame;
 };
 

@@ -13,6 +13,7 @@
 #include "MeterFixture.h"
 #include "graphics/tg_gl_plot.h"
 #include "ui/DistributionDisplay.h"
+#include "ui/GameView.h"
 #include "ui/HistoryGraph.h"
 
 namespace velorum::testing {
@@ -150,6 +151,29 @@ TEST_F(EditorGl, FailuresFallBackToCairo) {
   EXPECT_FALSE(ed.AcceleratedProblem().empty());
   ExpectSame(cairo, Draw(true));
   Draw(false);
+}
+
+TEST_F(EditorGl, TheGameDrawsThroughOpenGLToo) {
+  ui::MeterEditor& ed = meter->Editor();
+  ui::GameView& view = ed.Game();
+  const double integrated = meter->Plugin().Engine().Integrated();
+  ed.OpenGame();
+  ASSERT_TRUE(view.IsOpen());
+  for (int i = 0; i < 120; ++i) {
+    view.OnKeyDown(0.f, 0.f, i < 60 ? KEY_UPARROW : KEY_DOWNARROW);
+    view.Tick(ui::GainRiderGame::kStepSeconds);
+  }
+  view.Game()->SetPaused(true);  // the frames below must show the same moment
+  const Frame cairo = Draw(false);
+  const Frame gl = Draw(true, "editor-game-opengl.png");
+  ASSERT_NE(ed.Accelerated(), nullptr);
+  const Difference d = Compare(cairo, gl, view.LaneRect());
+  EXPECT_LT(d.bigShare, kMaxBigShare);
+  EXPECT_LT(d.mean, kMaxMeanDifference);
+  Draw(false);
+  ed.Graphics().OnKeyDown(0.f, 0.f, KEY_ALPHA_A + ('q' - 'a'));
+  EXPECT_FALSE(view.IsOpen());
+  EXPECT_EQ(meter->Plugin().Engine().Integrated(), integrated);
 }
 
 }  // namespace
