@@ -88,12 +88,12 @@ void PrintReport(const Job& job, double ceiling) {
   if (r.rf64) format = "RF64";
   format += r.floatSamples ? ", 32-bit float" : ", " + std::to_string(r.bits) + "-bit";
   std::printf("%s -> %s (%s)\n", job.input.c_str(), job.output.c_str(), format.c_str());
-  std::printf("  Source:  %.1f LUFS, true peak %s dBTP\n", RoundToTenth(r.sourceIntegrated),
+  std::printf("  Source: %.1f LUFS, true peak %s dBTP\n", RoundToTenth(r.sourceIntegrated),
               Signed(RoundToTenth(r.sourceTruePeak), 1).c_str());
-  std::printf("  Gain:    %s dB\n", Signed(r.gainDb, 2).c_str());
+  std::printf("  Gain: %s dB\n", Signed(r.gainDb, 2).c_str());
   if (r.limiterReductionDb > 0.0)
     std::printf("  Limiter: up to %.1f dB of gain reduction\n", r.limiterReductionDb);
-  std::printf("  Result:  %.1f LUFS, true peak %s dBTP, loudness range %.1f LU\n",
+  std::printf("  Result: %.1f LUFS, true peak %s dBTP, loudness range %.1f LU\n",
               RoundToTenth(r.resultIntegrated), Signed(RoundToTenth(r.resultTruePeak), 1).c_str(),
               RoundToTenth(r.resultRange));
   if (r.gainLowered && r.shortfallLu >= 0.05)
