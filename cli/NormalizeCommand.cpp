@@ -16,6 +16,7 @@
 #include "cli/AnalyzeCommand.h"
 #include "cli/Measurement.h"
 #include "cli/OutputFiles.h"
+#include "cli/PresetNames.h"
 #include "cli/ProgressBar.h"
 #include "export/TempFileRegistry.h"
 #include "export/WavNormalizer.h"
@@ -177,8 +178,11 @@ int RunNormalizeCommand(const std::vector<std::string>& args) {
   int status = 0;
   if (!Parse(args, o, status)) return status;
   const LoudnessStandard* preset = nullptr;
-  if (!o.presetName.empty() && !(preset = FindStandardByName(o.presetName)))
-    return Usage("unknown preset \"" + o.presetName + "\"");
+  if (!o.presetName.empty()) {
+    const PresetMatch match = MatchPreset(o.presetName);
+    if (!match.preset) return Usage(UnknownPresetMessage(o.presetName, match));
+    preset = match.preset;
+  }
   const double target = o.haveTarget ? o.target : preset->target;
   const double ceiling = o.haveTruePeak ? o.truePeak : preset ? preset->truePeakMax : -1.0;
   std::vector<Job> jobs;
