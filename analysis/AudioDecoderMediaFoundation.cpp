@@ -3,9 +3,12 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
+// windows.h and the COM headers first: the Media Foundation headers rely on them.
 #include <windows.h>
+
 #include <objbase.h>
 #include <propidl.h>
+
 #include <mfapi.h>
 #include <mferror.h>
 #include <mfidl.h>
