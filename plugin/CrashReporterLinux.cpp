@@ -63,7 +63,8 @@ int FindCode(dl_phdr_info* info, size_t, void*) {
 
 // abort() reaches the handler from the C library: the fault is the plug-in's
 // when a return address into its code lies near the top of the stack.
-bool AbortFromModule(const ucontext_t& uc) {
+// Reads raw stack words, sanitizer red zones included.
+__attribute__((no_sanitize("address", "thread"))) bool AbortFromModule(const ucontext_t& uc) {
   const uintptr_t sp = uintptr_t(uc.uc_mcontext.gregs[REG_RSP]);
   uintptr_t end = minidump::MappingEnd(sp);
   if (end == 0) return false;

@@ -1,8 +1,9 @@
 // The Windows crash reporter: a vectored exception handler that writes a
 // minidump for faults whose instruction lies in this DLL and then lets the
 // search for a handler go on, so the host's own handling runs as before.
-#include <dbghelp.h>
 #include <windows.h>
+// dbghelp.h needs windows.h first.
+#include <dbghelp.h>
 
 #include <atomic>
 #include <cstdio>
@@ -73,14 +74,15 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
   const auto address = reinterpret_cast<uintptr_t>(record->ExceptionAddress);
   if (!IsFault(record->ExceptionCode) || address < gBase || address >= gEnd) return EXCEPTION_CONTINUE_SEARCH;
   if (!gWriteDump || gReporting.exchange(true)) return EXCEPTION_CONTINUE_SEARCH;
-  // Written from a thread of its own: the faulting thread's stack may be the
-  // one that overflowed.
   DumpRequest request{pointers, GetCurrentThreadId()};
+  if (record->ExceptionCode != EXCEPTION_STACK_OVERFLOW) {
+    WriteDump(&request);
+    return EXCEPTION_CONTINUE_SEARCH;
+  }
+  // The faulting thread has no stack left: a thread of its own writes the dump.
   if (HANDLE writer = CreateThread(nullptr, 256 * 1024, &WriteDump, &request, 0, nullptr)) {
     WaitForSingleObject(writer, 30000);
     CloseHandle(writer);
-  } else {
-    WriteDump(&request);
   }
   return EXCEPTION_CONTINUE_SEARCH;
 }

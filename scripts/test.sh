@@ -14,7 +14,7 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   ctest --test-dir build-asan -L unit --output-on-failure -j "$jobs"
 
 # Only the programs labelled "tsan" are built with ThreadSanitizer.
-tsan_targets="velorum_engine_thread_tests plugin_concurrency_tests analysis_worker_test"
+tsan_targets="velorum_engine_thread_tests plugin_concurrency_tests analysis_worker_test update_check_tests"
 VELORUM_TARGETS="${VELORUM_TSAN_TARGETS:-$tsan_targets}" scripts/build.sh tsan
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   ctest --test-dir build-tsan -L tsan --output-on-failure -j "$jobs"

@@ -67,11 +67,14 @@ std::wstring Widen(const std::string& s) {
 // The session, connection and request; closed once, by whichever of the
 // fetch and a cancel comes first.
 struct Handles {
+  explicit Handles(const WinHttpApi& a) : api(a) {}
   const WinHttpApi& api;
   std::mutex lock;
   HINTERNET session = nullptr, connection = nullptr, request = nullptr;
+  bool closed = false;  // by a cancel: nothing more is opened
   void Close() {
     std::lock_guard<std::mutex> guard(lock);
+    closed = true;
     for (HINTERNET* h : {&request, &connection, &session})
       if (*h) {
         api.closeHandle(*h);
@@ -98,6 +101,7 @@ bool Exchange(Handles& h, const std::string& url, const FetchOptions& o, FetchRe
   const bool secure = parts.nScheme == INTERNET_SCHEME_HTTPS;
   {
     std::lock_guard<std::mutex> guard(h.lock);
+    if (h.closed) return r.error = "cancelled", false;
     h.session = a.open(Widen(o.userAgent).c_str(), WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                        WINHTTP_NO_PROXY_BYPASS, 0);
     if (!h.session) return r.error = LastError("WinHttpOpen"), false;
@@ -145,7 +149,7 @@ FetchResult HttpGet(const std::string& url, const FetchOptions& options) {
     r.error = "winhttp.dll could not be loaded";
     return r;
   }
-  Handles handles{Api()};
+  Handles handles(Api());
   if (options.cancel) options.cancel->SetAbort([&handles] { handles.Close(); });
   r.ok = Exchange(handles, url, options, r);
   if (options.cancel) options.cancel->SetAbort(nullptr);

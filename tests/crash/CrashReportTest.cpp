@@ -67,6 +67,11 @@ void SetSettingsFolder(const std::string& f) {
 }
 #endif
 
+__attribute__((no_sanitize("undefined", "address"))) void HostFault() {
+  static int* volatile nowhere = nullptr;
+  *nowhere = 1;
+}
+
 // The child: a host with its own crash handler and a meter, then a fault.
 void CrashChild(int kind) {
   InstallHostHandler();
@@ -75,10 +80,7 @@ void CrashChild(int kind) {
   std::unique_ptr<harness::HostedPlugin> plug = harness::HostedPlugin::Create(*module);
   const TriggerFn trigger = FindTrigger();
   if (!plug || !trigger) std::exit(4);
-  if (kind == 0) {
-    static int* volatile nowhere = nullptr;
-    *nowhere = 1;  // the host's own fault
-  }
+  if (kind == 0) HostFault();  // the host's own fault
   trigger(kind);
   std::exit(5);
 }
