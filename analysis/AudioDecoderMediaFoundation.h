@@ -10,11 +10,11 @@
 // the thread that opens a file and shuts both down again on destruction, which
 // must therefore happen on that same thread; reads and seeks may come from
 // another thread while the opening one keeps the object.
-#include "analysis/AudioDecoder.h"
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "analysis/AudioDecoder.h"
 
 struct IMFSourceReader;
 struct IMFMediaType;
@@ -22,48 +22,48 @@ struct IMFMediaType;
 namespace velorum {
 
 class AudioDecoderMediaFoundation final : public AudioDecoder, public FrameDecoder {
-public:
-    AudioDecoderMediaFoundation() = default;
-    ~AudioDecoderMediaFoundation() override;
-    AudioDecoderMediaFoundation(const AudioDecoderMediaFoundation&) = delete;
-    AudioDecoderMediaFoundation& operator=(const AudioDecoderMediaFoundation&) = delete;
+ public:
+  AudioDecoderMediaFoundation() = default;
+  ~AudioDecoderMediaFoundation() override;
+  AudioDecoderMediaFoundation(const AudioDecoderMediaFoundation&) = delete;
+  AudioDecoderMediaFoundation& operator=(const AudioDecoderMediaFoundation&) = delete;
 
-    bool open(const std::string& path) override;
-    int64_t read(float* dst, int64_t frames) override;
-    bool seek(uint64_t frame) override;
+  bool open(const std::string& path) override;
+  int64_t read(float* dst, int64_t frames) override;
+  bool seek(uint64_t frame) override;
 
-    // True when this Windows has Media Foundation's platform and source reader
-    // libraries; without them open() always returns false.
-    static bool available();
+  // True when this Windows has Media Foundation's platform and source reader
+  // libraries; without them open() always returns false.
+  static bool available();
 
-private:
-    // How the decoded samples arrive: 32-bit floats; 16-bit integers when the
-    // system's decoder refuses floats; integers of the source's own width
-    // when it refuses both (lossless decoders of 24-bit audio may).
-    enum class Output { Float32, Int16, Int24, Int32 };
+ private:
+  // How the decoded samples arrive: 32-bit floats; 16-bit integers when the
+  // system's decoder refuses floats; integers of the source's own width
+  // when it refuses both (lossless decoders of 24-bit audio may).
+  enum class Output { Float32, Int16, Int24, Int32 };
 
-    void release();
-    bool openReader();
-    bool configureStream();
-    bool readCurrentType();
-    // Decodes the next media sample into carryOver; false when this call
-    // cannot get more audio (end of stream, a failure, repeated type changes).
-    bool decodeMore();
-    bool appendSample(const uint8_t* bytes, size_t byteCount, int64_t timestamp);
+  void release();
+  bool openReader();
+  bool configureStream();
+  bool readCurrentType();
+  // Decodes the next media sample into carryOver; false when this call
+  // cannot get more audio (end of stream, a failure, repeated type changes).
+  bool decodeMore();
+  bool appendSample(const uint8_t* bytes, size_t byteCount, int64_t timestamp);
 
-    IMFSourceReader* sourceReader_ = nullptr;
-    IMFMediaType* currentMediaType_ = nullptr;
-    // The bytes of the media sample being converted.
-    std::vector<int16_t> sampleBuffer_;
-    size_t sampleBufferSize_ = 0;       // 16-bit units in use
-    int64_t totalDuration_ = 0;         // 100 ns units, 0 when unknown
-    int64_t firstTimestamp_ = 0;        // 100 ns units, of the stream's first sample
-    bool firstTimestampKnown_ = false;
-    wchar_t widePath_[508] = {};        // 1016 bytes, NUL-terminated
-    Output output_ = Output::Float32;
-    uint32_t bytesPerFrame_ = 0;
-    bool comInitialized_ = false;
-    bool mediaFoundationStarted_ = false;
+  IMFSourceReader* sourceReader_ = nullptr;
+  IMFMediaType* currentMediaType_ = nullptr;
+  // The bytes of the media sample being converted.
+  std::vector<int16_t> sampleBuffer_;
+  size_t sampleBufferSize_ = 0;  // 16-bit units in use
+  int64_t totalDuration_ = 0;    // 100 ns units, 0 when unknown
+  int64_t firstTimestamp_ = 0;   // 100 ns units, of the stream's first sample
+  bool firstTimestampKnown_ = false;
+  wchar_t widePath_[508] = {};  // 1016 bytes, NUL-terminated
+  Output output_ = Output::Float32;
+  uint32_t bytesPerFrame_ = 0;
+  bool comInitialized_ = false;
+  bool mediaFoundationStarted_ = false;
 };
 
-} // namespace velorum
+}  // namespace velorum

@@ -18,10 +18,10 @@
 namespace velorum {
 
 struct ChannelFileMatch {
-    bool ok = false;
-    uint32_t layoutIndex = 0;
-    std::vector<std::string> paths;   // in channel order
-    std::vector<std::string> names;   // short channel names, in channel order
+  bool ok = false;
+  uint32_t layoutIndex = 0;
+  std::vector<std::string> paths;  // in channel order
+  std::vector<std::string> names;  // short channel names, in channel order
 };
 
 // `layoutIndex` 0xFFFFFFFF chooses the layout from the files: the first
@@ -32,4 +32,4 @@ ChannelFileMatch matchChannelFiles(const std::vector<std::string>& paths, uint32
 // The channel suffix of one path ("" when the name has none).
 std::string channelSuffix(const std::string& path);
 
-} // namespace velorum
+}  // namespace velorum

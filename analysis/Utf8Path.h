@@ -3,10 +3,10 @@
 // calls take them as they are on Linux, but on Windows they would be read in
 // the ANSI code page, so every file that the decoders and the normaliser open,
 // test, rename or remove goes through these, which use the wide calls there.
+#include <sndfile.h>
+
 #include <cstdio>
 #include <string>
-
-#include <sndfile.h>
 
 namespace velorum {
 
@@ -30,4 +30,4 @@ FileAccess CheckFileUtf8(const std::string& path);
 bool ReplaceFileUtf8(const std::string& from, const std::string& to);
 bool RemoveFileUtf8(const std::string& path);
 
-} // namespace velorum
+}  // namespace velorum

@@ -11,4 +11,4 @@ namespace velorum {
 // 2 an input could not be measured or an output could not be written).
 int RunAnalyze(const AnalyzeOptions& options);
 
-} // namespace velorum
+}  // namespace velorum

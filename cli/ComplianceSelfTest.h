@@ -10,14 +10,14 @@
 namespace velorum {
 
 struct SelfTestCase {
-    std::string name;        // e.g. "3341-3 integrated"
-    std::string unit;        // "LUFS", "LU", "dBTP"
-    double expected = 0.0;
-    double below = 0.1;      // tolerance under the expected value
-    double above = 0.1;      // tolerance over it
-    double reading = 0.0;
-    bool measured = false;
-    bool pass = false;
+  std::string name;  // e.g. "3341-3 integrated"
+  std::string unit;  // "LUFS", "LU", "dBTP"
+  double expected = 0.0;
+  double below = 0.1;  // tolerance under the expected value
+  double above = 0.1;  // tolerance over it
+  double reading = 0.0;
+  bool measured = false;
+  bool pass = false;
 };
 
 // Runs every case (in parallel on up to `jobs` threads, in eco true-peak
@@ -27,4 +27,4 @@ std::vector<SelfTestCase> RunComplianceSelfTest(int jobs, bool eco = false);
 // Prints the table; returns the exit status (0 when every case passed).
 int PrintSelfTest(const std::vector<SelfTestCase>& cases);
 
-} // namespace velorum
+}  // namespace velorum

@@ -10,39 +10,39 @@
 namespace velorum {
 
 class DemoProgramme {
-public:
-    static constexpr int kSampleRate = 48000;
-    static constexpr int kChannels = 2;
-    static constexpr double kSeconds = 100.0;
-    static constexpr int64_t kFrames = static_cast<int64_t>(kSampleRate * kSeconds);
+ public:
+  static constexpr int kSampleRate = 48000;
+  static constexpr int kChannels = 2;
+  static constexpr double kSeconds = 100.0;
+  static constexpr int64_t kFrames = static_cast<int64_t>(kSampleRate * kSeconds);
 
-    DemoProgramme();
-    // Writes up to `frames` interleaved stereo frames; returns the count (0 at the end).
-    int render(float* interleaved, int frames);
-    int64_t position() const { return position_; }
+  DemoProgramme();
+  // Writes up to `frames` interleaved stereo frames; returns the count (0 at the end).
+  int render(float* interleaved, int frames);
+  int64_t position() const { return position_; }
 
-private:
-    double noise();
-    double pink(int channel);
-    double sample(int channel, double t);
-    void prepareFrame(double t);
+ private:
+  double noise();
+  double pink(int channel);
+  double sample(int channel, double t);
+  void prepareFrame(double t);
 
-    struct Frame {
-        double buzz = 0.0;
-        double envelope = 0.0;
-        double sine[5] = {};
-        double cosine[5] = {};
-        double tremolo[5] = {};
-    };
-    Frame frame_;
+  struct Frame {
+    double buzz = 0.0;
+    double envelope = 0.0;
+    double sine[5] = {};
+    double cosine[5] = {};
+    double tremolo[5] = {};
+  };
+  Frame frame_;
 
-    int64_t position_ = 0;
-    uint32_t seed_ = 0x9E3779B9u;
-    double pinkState_[2][7] = {};
-    double bandLow_[2] = {};
-    double bandHigh_[2] = {};
-    double drum_ = 0.0;
-    double drumNoise_[2] = {};
+  int64_t position_ = 0;
+  uint32_t seed_ = 0x9E3779B9u;
+  double pinkState_[2][7] = {};
+  double bandLow_[2] = {};
+  double bandHigh_[2] = {};
+  double drum_ = 0.0;
+  double drumNoise_[2] = {};
 };
 
-} // namespace velorum
+}  // namespace velorum

@@ -21,12 +21,12 @@ namespace velorum {
 // Answers "This file already exists. Do you want to replace the existing
 // file?": yes with --yes; on a terminal the user is asked; otherwise no.
 class ReplacePolicy {
-public:
-    explicit ReplacePolicy(bool yes) : yes_(yes) {}
-    bool ask(const std::string& path);
+ public:
+  explicit ReplacePolicy(bool yes) : yes_(yes) {}
+  bool ask(const std::string& path);
 
-private:
-    bool yes_;
+ private:
+  bool yes_;
 };
 
 // The kinds of per-input output, in the order of OutputFiles::paths.
@@ -36,13 +36,13 @@ enum OutputKind { kCsvOutput, kDolbyCsvOutput, kSummaryOutput, kTimelineOutput, 
 const char* OutputKindKey(int kind);
 
 struct OutputFiles {
-    std::string paths[kOutputKinds];
-    std::map<std::string, bool> replace;   // existing files and the answer
+  std::string paths[kOutputKinds];
+  std::map<std::string, bool> replace;  // existing files and the answer
 
-    const std::string& operator[](int kind) const { return paths[kind]; }
-    // Asks about every existing target once.
-    void confirm(ReplacePolicy& policy);
-    bool mayReplace(const std::string& path) const;
+  const std::string& operator[](int kind) const { return paths[kind]; }
+  // Asks about every existing target once.
+  void confirm(ReplacePolicy& policy);
+  bool mayReplace(const std::string& path) const;
 };
 
 // `bases[kind]` is what the user gave (empty: no such output); `inputs` the
@@ -53,4 +53,4 @@ std::vector<OutputFiles> PlanOutputFiles(const std::string (&bases)[kOutputKinds
 // The path of an input below the folder all inputs share ("a/prog.wav").
 std::vector<std::string> RelativeInputNames(const std::vector<std::string>& inputs);
 
-} // namespace velorum
+}  // namespace velorum

@@ -8,21 +8,21 @@
 namespace velorum {
 
 class ProgressBar {
-public:
-    // Drawn only when `wanted` and stderr is a terminal.
-    explicit ProgressBar(bool wanted = true);
-    bool enabled() const { return enabled_; }
-    void update(double fraction, const std::string& label);
-    void clear();
+ public:
+  // Drawn only when `wanted` and stderr is a terminal.
+  explicit ProgressBar(bool wanted = true);
+  bool enabled() const { return enabled_; }
+  void update(double fraction, const std::string& label);
+  void clear();
 
-private:
-    bool enabled_ = false;
-    bool drawn_ = false;
-    std::chrono::steady_clock::time_point started_;
-    std::chrono::steady_clock::time_point lastDraw_;
+ private:
+  bool enabled_ = false;
+  bool drawn_ = false;
+  std::chrono::steady_clock::time_point started_;
+  std::chrono::steady_clock::time_point lastDraw_;
 };
 
 // The remaining-time text of the progress display: "%ih %im" or "%im %is".
 std::string RemainingTime(double seconds);
 
-} // namespace velorum
+}  // namespace velorum

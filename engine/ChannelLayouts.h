@@ -14,11 +14,11 @@ inline constexpr int kMaxChannels = 24;
 inline constexpr double kSurroundWeight = 1.1885022274370185;
 
 struct ChannelLayout {
-    int index = 0;                    // position in the layout table
-    const char* name = "";            // e.g. "5.1 (L R C LFE Ls Rs)"
-    int channelCount = 0;             // 1 .. 24
-    std::array<const char*, kMaxChannels> channelNames{};  // short names, "" past channelCount
-    std::array<double, kMaxChannels> weights{};            // 0.0 past channelCount
+  int index = 0;                                         // position in the layout table
+  const char* name = "";                                 // e.g. "5.1 (L R C LFE Ls Rs)"
+  int channelCount = 0;                                  // 1 .. 24
+  std::array<const char*, kMaxChannels> channelNames{};  // short names, "" past channelCount
+  std::array<double, kMaxChannels> weights{};            // 0.0 past channelCount
 };
 
 // Number of layouts in the table; indices run from 0 to LayoutCount() - 1.

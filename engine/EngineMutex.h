@@ -9,41 +9,41 @@
 namespace velorum {
 
 class EngineMutex {
-public:
-    void lock() {
-        const auto me = std::this_thread::get_id();
-        if (owner_.load(std::memory_order_acquire) == me) {
-            ++count_;
-            return;
-        }
-        mutex_.lock();
-        owner_.store(me, std::memory_order_release);
-        count_ = 1;
+ public:
+  void lock() {
+    const auto me = std::this_thread::get_id();
+    if (owner_.load(std::memory_order_acquire) == me) {
+      ++count_;
+      return;
     }
-    bool try_lock() {
-        const auto me = std::this_thread::get_id();
-        if (owner_.load(std::memory_order_acquire) == me) {
-            ++count_;
-            return true;
-        }
-        if (!mutex_.try_lock()) return false;
-        owner_.store(me, std::memory_order_release);
-        count_ = 1;
-        return true;
+    mutex_.lock();
+    owner_.store(me, std::memory_order_release);
+    count_ = 1;
+  }
+  bool try_lock() {
+    const auto me = std::this_thread::get_id();
+    if (owner_.load(std::memory_order_acquire) == me) {
+      ++count_;
+      return true;
     }
-    void unlock() {
-        if (--count_ == 0) {
-            owner_.store(std::thread::id(), std::memory_order_release);
-            mutex_.unlock();
-        }
+    if (!mutex_.try_lock()) return false;
+    owner_.store(me, std::memory_order_release);
+    count_ = 1;
+    return true;
+  }
+  void unlock() {
+    if (--count_ == 0) {
+      owner_.store(std::thread::id(), std::memory_order_release);
+      mutex_.unlock();
     }
-    bool OwnedByCaller() const { return owner_.load(std::memory_order_acquire) == std::this_thread::get_id(); }
-    int Count() const { return count_; }
+  }
+  bool OwnedByCaller() const { return owner_.load(std::memory_order_acquire) == std::this_thread::get_id(); }
+  int Count() const { return count_; }
 
-private:
-    std::mutex mutex_;
-    std::atomic<std::thread::id> owner_{};
-    int count_ = 0;
+ private:
+  std::mutex mutex_;
+  std::atomic<std::thread::id> owner_{};
+  int count_ = 0;
 };
 
 // RAII guard: `EngineLock lock(engine.Mutex());`

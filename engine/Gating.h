@@ -7,8 +7,8 @@
 
 namespace velorum {
 
-inline constexpr double kGateAbsolute = 1e-7;       // -70 LUFS as offset power
-inline constexpr double kRangeRelativeFactor = 0.01; // -20 LU
+inline constexpr double kGateAbsolute = 1e-7;         // -70 LUFS as offset power
+inline constexpr double kRangeRelativeFactor = 0.01;  // -20 LU
 inline constexpr double kRangeLowPercentile = 0.1;
 inline constexpr double kRangeHighPercentile = 0.95;
 
@@ -20,9 +20,9 @@ double GatedMean(const float* powers, std::int64_t begin, std::int64_t end, doub
 double PowerToLufs(double power);
 
 struct RangeEnds {
-    double range = 0.0;
-    double low = -120.0;
-    double high = -120.0;
+  double range = 0.0;
+  double low = -120.0;
+  double high = -120.0;
 };
 
 // Percentiles of an ascending vector of short-term powers above the gate

@@ -4,8 +4,8 @@
 namespace velorum {
 
 inline constexpr int kTruePeakPhases = 4;
-inline constexpr int kLongTruePeakTaps = 124;   // 31 per phase (default mode)
-inline constexpr int kShortTruePeakTaps = 48;   // 12 per phase (eco mode)
+inline constexpr int kLongTruePeakTaps = 124;  // 31 per phase (default mode)
+inline constexpr int kShortTruePeakTaps = 48;  // 12 per phase (eco mode)
 inline constexpr int kLongTapsPerPhase = kLongTruePeakTaps / kTruePeakPhases;
 inline constexpr int kShortTapsPerPhase = kShortTruePeakTaps / kTruePeakPhases;
 
@@ -21,8 +21,8 @@ extern const double kShortTruePeakFilter[kShortTruePeakTaps];
 // coefficients side by side (entry 4k + p), with tap 0 meeting the oldest
 // sample of the window. The long table is multiplied by 4.
 struct TruePeakTables {
-    alignas(32) double longTapMajor[kLongTruePeakTaps];
-    alignas(32) double shortTapMajor[kShortTruePeakTaps];
+  alignas(32) double longTapMajor[kLongTruePeakTaps];
+  alignas(32) double shortTapMajor[kShortTruePeakTaps];
 };
 const TruePeakTables& TruePeakFilterTables();
 

@@ -4,7 +4,8 @@
 // Plain CSV: one header line, then one row per "CSV TIME INTERVAL" (default
 // 1 s, at least 0.01 s), comma-separated, "." as the decimal point:
 //
-//   Time,Timecode,Momentary Loudness,Short Term Loudness,True Peak,Dynamic Range,Integrated,Loudness Range,Target,Tolerance Plus,Tolerance Minus
+//   Time,Timecode,Momentary Loudness,Short Term Loudness,True Peak,Dynamic Range,Integrated,Loudness
+//   Range,Target,Tolerance Plus,Tolerance Minus
 //   1.00,00:00:01.000,-23.02,-27.14,-20.01,0.00,-120.00,0.00,-23.0,0.0,
 //
 //   Time                 seconds at the end of the interval ("%.2f"); the
@@ -39,7 +40,9 @@
 //   Peak Count Threshold,-1.0
 //   LeqM,none
 //
-//   Time,Timecode,Short Term Dialogue (LKFS),Short Term All,Short Term EBU R128 (LUFS),Infinite Dialogue (LKFS),Infinite All,Integrated EBU R128 (LUFS),Loudness Range EBU R128 (LU),True Peak (dBTP),Peak Count,Dialogue Present,Warnings
+//   Time,Timecode,Short Term Dialogue (LKFS),Short Term All,Short Term EBU R128 (LUFS),Infinite Dialogue
+//   (LKFS),Infinite All,Integrated EBU R128 (LUFS),Loudness Range EBU R128 (LU),True Peak (dBTP),Peak
+//   Count,Dialogue Present,Warnings
 //   ...rows at the same interval...
 //
 //   Note: Loudness Value and Loudness Range calculated using ITU-R BS.1770 algorithm.
@@ -87,10 +90,10 @@
 // The summary's "Short Term Dlg", "Infinite Dlg", "Integrated EBU R128" and
 // "Peak" lines count the rows that carried the short-term dialogue, infinite
 // dialogue, integrated and true-peak warnings, or read "none".
-#include "export/TextSummary.h"
-
 #include <ctime>
 #include <string>
+
+#include "export/TextSummary.h"
 
 namespace velorum {
 
@@ -98,22 +101,22 @@ class MeasurementHistory;
 struct LoudnessStandard;
 
 struct CsvContext {
-    const MeasurementHistory* history = nullptr;   // read under the engine mutex
-    double intervalSeconds = 1.0;                  // "CSV TIME INTERVAL"
-    double startSeconds = 0.0;                     // start time reference
-    double timecodeFps = 0.0;                      // > 0: time codes in frames
-    bool dropFrame = false;                        // at 29.97 / 59.94
-    const LoudnessStandard* preset = nullptr;      // null: the default preset
-    bool lkfs = false;
-    bool dialogue = false;
-    SummaryValues values;                          // final readings
-    bool hasWindow = false;                        // the checked window below replaces the preset's
-    double windowTarget = 0.0, windowLower = 0.0, windowUpper = 0.0;
-    std::tm localTime{};
-    std::string logFilePath;
+  const MeasurementHistory* history = nullptr;  // read under the engine mutex
+  double intervalSeconds = 1.0;                 // "CSV TIME INTERVAL"
+  double startSeconds = 0.0;                    // start time reference
+  double timecodeFps = 0.0;                     // > 0: time codes in frames
+  bool dropFrame = false;                       // at 29.97 / 59.94
+  const LoudnessStandard* preset = nullptr;     // null: the default preset
+  bool lkfs = false;
+  bool dialogue = false;
+  SummaryValues values;    // final readings
+  bool hasWindow = false;  // the checked window below replaces the preset's
+  double windowTarget = 0.0, windowLower = 0.0, windowUpper = 0.0;
+  std::tm localTime{};
+  std::string logFilePath;
 };
 
 std::string BuildPlainCsv(const CsvContext& context);
 std::string BuildDolbyCsv(const CsvContext& context);
 
-} // namespace velorum
+}  // namespace velorum

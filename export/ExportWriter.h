@@ -28,4 +28,4 @@ const char* ExportStatusMessage(ExportStatus status);
 // True when another process holds a lock on the file (the "in use" test).
 bool FileInUse(const std::string& path);
 
-} // namespace velorum
+}  // namespace velorum

@@ -32,41 +32,41 @@
 namespace velorum {
 
 struct SummaryValues {
-    // False for a programme shorter than one complete 400 ms gating block:
-    // the integrated and PLR lines say so in words.
-    bool integratedMeasured = true;
-    double integrated = -120.0;
-    double loudnessRange = 0.0;
-    double plr = 0.0;
-    double momentaryMax = -120.0;
-    double shortTermMax = -120.0;
-    double truePeakMax = -120.0;
-    bool dialogue = false;             // print the dialogue-gated lines
-    double integratedDialogue = -120.0;
-    double loudnessRangeDialogue = 0.0;
-    double speechContentPercent = 0.0;
-    // NaN and infinite samples of an analysed file, measured as silence; a
-    // line of its own when not 0.
-    int64_t nonFiniteSamples = 0;
+  // False for a programme shorter than one complete 400 ms gating block:
+  // the integrated and PLR lines say so in words.
+  bool integratedMeasured = true;
+  double integrated = -120.0;
+  double loudnessRange = 0.0;
+  double plr = 0.0;
+  double momentaryMax = -120.0;
+  double shortTermMax = -120.0;
+  double truePeakMax = -120.0;
+  bool dialogue = false;  // print the dialogue-gated lines
+  double integratedDialogue = -120.0;
+  double loudnessRangeDialogue = 0.0;
+  double speechContentPercent = 0.0;
+  // NaN and infinite samples of an analysed file, measured as silence; a
+  // line of its own when not 0.
+  int64_t nonFiniteSamples = 0;
 };
 
 struct SummaryInput {
-    uint32_t versionWord = 0;          // 0xMMmmpp
-    std::tm localTime{};               // time of the export
-    bool fromFile = false;
-    uint64_t fileFrames = 0;
-    uint32_t fileSampleRate = 0;
-    int32_t fileBitsPerSample = -1;    // no "File Bitrate" line unless above 0
-    uint32_t channels = 0;
-    std::vector<std::string> channelNames;
-    std::string timecodeStart;
-    std::string timecodeEnd;
-    std::string presetName;
-    SummaryValues values;
-    bool lkfs = false;                 // unit "LKFS" instead of "LUFS"
-    // Lines added after the value lines, behind an empty line (the command's
-    // "File Name: " and preset check); each is ended by "\n".
-    std::vector<std::string> notes;
+  uint32_t versionWord = 0;  // 0xMMmmpp
+  std::tm localTime{};       // time of the export
+  bool fromFile = false;
+  uint64_t fileFrames = 0;
+  uint32_t fileSampleRate = 0;
+  int32_t fileBitsPerSample = -1;  // no "File Bitrate" line unless above 0
+  uint32_t channels = 0;
+  std::vector<std::string> channelNames;
+  std::string timecodeStart;
+  std::string timecodeEnd;
+  std::string presetName;
+  SummaryValues values;
+  bool lkfs = false;  // unit "LKFS" instead of "LUFS"
+  // Lines added after the value lines, behind an empty line (the command's
+  // "File Name: " and preset check); each is ended by "\n".
+  std::vector<std::string> notes;
 };
 
 // The summary text; false (and `error` = "Error during formatting.") when a
@@ -80,4 +80,4 @@ std::string ShortDuration(double seconds);
 // Rounds half away from zero to one decimal (on value x 10).
 double RoundToTenth(double value);
 
-} // namespace velorum
+}  // namespace velorum

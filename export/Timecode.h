@@ -30,4 +30,4 @@ bool DropFrameRate(double fps);
 // rate; drop-frame numbering applies only at 30 and 60. Hours are not wrapped.
 std::string TimecodeOfFrame(long long frame, int nominalRate, bool dropFrame);
 
-} // namespace velorum
+}  // namespace velorum

@@ -15,7 +15,9 @@ HRESULT STDMETHODCALLTYPE IDropTargetH::QueryInterface(REFIID riid, void** objec
   return E_NOINTERFACE;
 }
 
-ULONG STDMETHODCALLTYPE IDropTargetH::AddRef() { return static_cast<ULONG>(InterlockedIncrement(&mRefCount)); }
+ULONG STDMETHODCALLTYPE IDropTargetH::AddRef() {
+  return static_cast<ULONG>(InterlockedIncrement(&mRefCount));
+}
 
 ULONG STDMETHODCALLTYPE IDropTargetH::Release() {
   const LONG n = InterlockedDecrement(&mRefCount);
@@ -23,10 +25,13 @@ ULONG STDMETHODCALLTYPE IDropTargetH::Release() {
   return static_cast<ULONG>(n);
 }
 
-static FORMATETC DropFileFormat() { return FORMATETC{CF_HDROP, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL}; }
+static FORMATETC DropFileFormat() {
+  return FORMATETC{CF_HDROP, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL};
+}
 
 HRESULT STDMETHODCALLTYPE IDropTargetH::DragEnter(IDataObject* data, DWORD keys, POINTL pt, DWORD* effect) {
-  (void)keys; (void)pt;
+  (void)keys;
+  (void)pt;
   FORMATETC fmt = DropFileFormat();
   mAcceptable = data && data->QueryGetData(&fmt) == S_OK;
   if (effect) *effect = mAcceptable ? DROPEFFECT_COPY : DROPEFFECT_NONE;
@@ -34,7 +39,8 @@ HRESULT STDMETHODCALLTYPE IDropTargetH::DragEnter(IDataObject* data, DWORD keys,
 }
 
 HRESULT STDMETHODCALLTYPE IDropTargetH::DragOver(DWORD keys, POINTL pt, DWORD* effect) {
-  (void)keys; (void)pt;
+  (void)keys;
+  (void)pt;
   if (effect) *effect = mAcceptable ? DROPEFFECT_COPY : DROPEFFECT_NONE;
   return S_OK;
 }
@@ -63,7 +69,8 @@ bool IDropTargetH::ReadDropFiles(HDROP drop, std::vector<std::string>& paths, st
 }
 
 HRESULT STDMETHODCALLTYPE IDropTargetH::Drop(IDataObject* data, DWORD keys, POINTL pt, DWORD* effect) {
-  (void)keys; (void)pt;
+  (void)keys;
+  (void)pt;
   if (effect) *effect = DROPEFFECT_NONE;
   if (!data) return E_FAIL;
   FORMATETC fmt = DropFileFormat();

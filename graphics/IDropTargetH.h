@@ -8,9 +8,11 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
+// clang-format off
 #include <windows.h>
 #include <ole2.h>
 #include <shellapi.h>
+// clang-format on
 
 #include <string>
 #include <vector>
@@ -19,7 +21,7 @@
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 class IDropTargetH : public IDropTarget {
-public:
+ public:
   // The message the window receives: wParam points to the drop target, whose
   // Paths() and IsDirectory() hold the names.
   static constexpr UINT kDropMessage = WM_USER + 0x4d1;
@@ -41,7 +43,7 @@ public:
   const std::vector<std::string>& Paths() const { return mPaths; }
   const std::vector<int>& IsDirectory() const { return mIsDirectory; }
 
-private:
+ private:
   LONG mRefCount = 1;
   HWND mWindow;
   bool mAcceptable = false;

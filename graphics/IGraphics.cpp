@@ -8,10 +8,16 @@
 IGraphics::IGraphics(int width, int height, int fps)
     : mWidth(width > 0 ? width : 1), mHeight(height > 0 ? height : 1), mFPS(fps > 0 ? fps : 60) {}
 
-IGraphics::~IGraphics() { ReleaseBackBuffer(); }
+IGraphics::~IGraphics() {
+  ReleaseBackBuffer();
+}
 
-int IGraphics::WindowWidth() const { return static_cast<int>(std::lround(mWidth * double(DrawScale()))); }
-int IGraphics::WindowHeight() const { return static_cast<int>(std::lround(mHeight * double(DrawScale()))); }
+int IGraphics::WindowWidth() const {
+  return static_cast<int>(std::lround(mWidth * double(DrawScale())));
+}
+int IGraphics::WindowHeight() const {
+  return static_cast<int>(std::lround(mHeight * double(DrawScale())));
+}
 
 void IGraphics::SetScreenScale(float scale) {
   std::lock_guard<std::recursive_mutex> lock(mLock);
@@ -24,7 +30,8 @@ void IGraphics::SetEditorScale(float scale) {
   std::lock_guard<std::recursive_mutex> lock(mLock);
   const int oldW = WindowWidth(), oldH = WindowHeight();
   mEditorScale = scale;
-  if (WindowIsOpen() && (WindowWidth() != oldW || WindowHeight() != oldH)) ResizeWindow(WindowWidth(), WindowHeight());
+  if (WindowIsOpen() && (WindowWidth() != oldW || WindowHeight() != oldH))
+    ResizeWindow(WindowWidth(), WindowHeight());
   SetAllControlsDirty();
 }
 
@@ -34,7 +41,8 @@ void IGraphics::SetEditorSize(int width, int height) {
   const int oldW = WindowWidth(), oldH = WindowHeight();
   mWidth = width;
   mHeight = height;
-  if (WindowIsOpen() && (WindowWidth() != oldW || WindowHeight() != oldH)) ResizeWindow(WindowWidth(), WindowHeight());
+  if (WindowIsOpen() && (WindowWidth() != oldW || WindowHeight() != oldH))
+    ResizeWindow(WindowWidth(), WindowHeight());
   SetAllControlsDirty();
 }
 
@@ -129,7 +137,8 @@ bool IGraphics::OnKeyDown(float x, float y, int key) {
   return false;
 }
 
-bool IGraphics::OnDrop(const std::vector<std::string>& paths, const std::vector<int>& isDirectory, float x, float y) {
+bool IGraphics::OnDrop(const std::vector<std::string>& paths, const std::vector<int>& isDirectory, float x,
+                       float y) {
   if (paths.empty() || paths.size() != isDirectory.size()) return false;
   for (int i = NControls() - 1; i >= 0; --i) {
     IControl* c = mControls[static_cast<size_t>(i)].get();
@@ -152,8 +161,8 @@ ICursor IGraphics::GetCursorAt(int controlIndex) const {
   return c ? c->GetCursor() : ICursor::Arrow;
 }
 
-void IGraphics::CreateTextEntry(IControl* control, const IRECT& r, const std::string& text, const std::string& font,
-                                float size) {
+void IGraphics::CreateTextEntry(IControl* control, const IRECT& r, const std::string& text,
+                                const std::string& font, float size) {
   if (mTextEntryOwner) CloseTextEntry(false);
   mTextEntryOwner = control;
   mTextEntryRect = r;
@@ -199,8 +208,8 @@ void IGraphics::DrawTextEntry(tgraphics& g) {
   g.set_line_style(1.0);
   g.set_color(0.2, 0.4, 0.8, 1);
   g.stroke();
-  g.draw_text(mTextEntryText + "|", {double(r.L) + 3.0, double(r.T), double(r.W()) - 6.0, double(r.H())}, mTextEntryFont, mTextEntrySize,
-              {0, 0, 0, 1});
+  g.draw_text(mTextEntryText + "|", {double(r.L) + 3.0, double(r.T), double(r.W()) - 6.0, double(r.H())},
+              mTextEntryFont, mTextEntrySize, {0, 0, 0, 1});
   g.restore();
 }
 

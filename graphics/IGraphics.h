@@ -21,7 +21,7 @@
 #include "graphics/IGraphicsTypes.h"
 
 class IGraphics {
-public:
+ public:
   // The platform's editor: IGraphicsWin on Windows (instance is the module's
   // HINSTANCE, may be null), IGraphicsX11 elsewhere (instance unused).
   static std::unique_ptr<IGraphics> Create(void* instance, int width, int height, int fps = 60);
@@ -88,14 +88,29 @@ public:
   // caller asks in its own words.
   virtual std::string PromptForFile(bool save, const std::string& extension, const std::string& directory,
                                     const std::string& fileName = {}) {
-    (void)save; (void)extension; (void)directory; (void)fileName;
+    (void)save;
+    (void)extension;
+    (void)directory;
+    (void)fileName;
     return {};
   }
-  virtual std::string PromptForFolder(const std::string& title) { (void)title; return {}; }
+  virtual std::string PromptForFolder(const std::string& title) {
+    (void)title;
+    return {};
+  }
   // Colours as 0xAARRGGBB; false when cancelled.
-  virtual bool PromptForColor(unsigned& argb) { (void)argb; return false; }
-  virtual bool OpenFolderWithItem(const std::string& path) { (void)path; return false; }
-  virtual bool OpenURL(const std::string& url) { (void)url; return false; }
+  virtual bool PromptForColor(unsigned& argb) {
+    (void)argb;
+    return false;
+  }
+  virtual bool OpenFolderWithItem(const std::string& path) {
+    (void)path;
+    return false;
+  }
+  virtual bool OpenURL(const std::string& url) {
+    (void)url;
+    return false;
+  }
 
   // Settings that the plug-in sets before the window opens.
   void EnableTooltips(bool on) { mTooltipsEnabled = on; }
@@ -143,7 +158,7 @@ public:
   bool ExportSvg(const std::string& path);
   bool ExportPdf(const std::string& path);
 
-protected:
+ protected:
   // The back buffer of the window's pixel size; an image by default.
   virtual cairo_surface_t* CreateBackBuffer(int width, int height);
   void ReleaseBackBuffer();
@@ -159,7 +174,7 @@ protected:
   bool mTooltipsEnabled = true;
   bool mDragAndDrop = false;
 
-private:
+ private:
   std::recursive_mutex mLock;
   std::vector<std::unique_ptr<IControl>> mControls;
   int mMouseCapture = -1;

@@ -9,12 +9,12 @@
 #include "graphics/tgraphics.h"
 
 const IGuiScaleItem kGuiScaleItems[13] = {
-    {"50%", 0, 0.50f},  {"65%", 11, 0.65f}, {"75%", 1, 0.75f},  {"85%", 12, 0.85f}, {"100%", 2, 1.00f},
-    {"125%", 3, 1.25f}, {"150%", 4, 1.50f}, {"175%", 5, 1.75f}, {"200%", 6, 2.00f}, {"250%", 7, 2.50f},
+    {"50%", 0, 0.50f},  {"65%", 11, 0.65f}, {"75%", 1, 0.75f},   {"85%", 12, 0.85f}, {"100%", 2, 1.00f},
+    {"125%", 3, 1.25f}, {"150%", 4, 1.50f}, {"175%", 5, 1.75f},  {"200%", 6, 2.00f}, {"250%", 7, 2.50f},
     {"300%", 8, 3.00f}, {"350%", 9, 3.50f}, {"400%", 10, 4.00f},
 };
 
-const char* const kGraphsRefreshRateItems[7] = {"EXTREMELY LOW", "VERY LOW", "LOW", "NORMAL",
+const char* const kGraphsRefreshRateItems[7] = {"EXTREMELY LOW", "VERY LOW",  "LOW", "NORMAL",
                                                 "HIGH",          "VERY HIGH", "MAX"};
 
 int GraphsTicksPerFrame(int index) {
@@ -88,10 +88,15 @@ VerticalResizing::VerticalResizing(IGraphicsResize* owner, const IRECT& r) : ICo
   SetTooltip(kResizeTooltip);
 }
 
-void VerticalResizing::Draw(tgraphics& g) { (void)g; }
+void VerticalResizing::Draw(tgraphics& g) {
+  (void)g;
+}
 
 void VerticalResizing::OnMouseDrag(float x, float y, float dX, float dY, const IMouseMod& mod) {
-  (void)x; (void)y; (void)dX; (void)mod;
+  (void)x;
+  (void)y;
+  (void)dX;
+  (void)mod;
   if (IGraphics* ui = GetGUI()) mOwner->ResizeEditor(float(ui->Width()), float(ui->Height()) + dY);
 }
 
@@ -100,10 +105,15 @@ HorisontalResizing::HorisontalResizing(IGraphicsResize* owner, const IRECT& r) :
   SetTooltip(kResizeTooltip);
 }
 
-void HorisontalResizing::Draw(tgraphics& g) { (void)g; }
+void HorisontalResizing::Draw(tgraphics& g) {
+  (void)g;
+}
 
 void HorisontalResizing::OnMouseDrag(float x, float y, float dX, float dY, const IMouseMod& mod) {
-  (void)x; (void)y; (void)dY; (void)mod;
+  (void)x;
+  (void)y;
+  (void)dY;
+  (void)mod;
   if (IGraphics* ui = GetGUI()) mOwner->ResizeEditor(float(ui->Width()) + dX, float(ui->Height()));
 }
 
@@ -206,13 +216,16 @@ void IGraphicsResize::Draw(tgraphics& g) {
 }
 
 void IGraphicsResize::OnMouseDown(float x, float y, const IMouseMod& mod) {
-  (void)x; (void)y; (void)mod;
+  (void)x;
+  (void)y;
+  (void)mod;
   mDragW = float(mGraphics->Width());
   mDragH = float(mGraphics->Height());
 }
 
 void IGraphicsResize::OnMouseDrag(float x, float y, float dX, float dY, const IMouseMod& mod) {
-  (void)x; (void)y;
+  (void)x;
+  (void)y;
   if (mod.C) {
     // Smooth scaling: the diagonal movement against the editor's diagonal.
     const float base = std::hypot(float(mGraphics->Width()), float(mGraphics->Height()));

@@ -33,41 +33,43 @@ inline constexpr const char* kGuiRefreshRateSetting = "GUI Refresh Rate";
 // second, 1 -> every tick); out-of-range indices count as "NORMAL".
 int GraphsTicksPerFrame(int index);
 inline constexpr const char* kGraphsRefreshRateTooltip =
-    "Adjust the refresh rate of the graphs. Pro Tip: Lowering the refresh rate can help conserve resources on slower "
+    "Adjust the refresh rate of the graphs. Pro Tip: Lowering the refresh rate can help conserve resources "
+    "on slower "
     "computers.";
 
 inline constexpr const char* kResizeTooltip =
     "Resize the window. Hold CTRL + ALT key and click and drag to smoothly scale the GUI.";
 inline constexpr const char* kScaleTooltip =
-    "Adjust the scaling of the GUI. Hold CTRL/COMMAND key and click and drag the resizing corner to smoothly scale "
+    "Adjust the scaling of the GUI. Hold CTRL/COMMAND key and click and drag the resizing corner to smoothly "
+    "scale "
     "the GUI.";
 
 class IGraphicsResize;
 
 // The strip along the bottom edge: dragging it changes the editor's height.
 class VerticalResizing : public IControl {
-public:
+ public:
   VerticalResizing(IGraphicsResize* owner, const IRECT& r);
   void Draw(tgraphics& g) override;
   void OnMouseDrag(float x, float y, float dX, float dY, const IMouseMod& mod) override;
 
-private:
+ private:
   IGraphicsResize* mOwner;
 };
 
 // The strip along the right edge: dragging it changes the editor's width.
 class HorisontalResizing : public IControl {
-public:
+ public:
   HorisontalResizing(IGraphicsResize* owner, const IRECT& r);
   void Draw(tgraphics& g) override;
   void OnMouseDrag(float x, float y, float dX, float dY, const IMouseMod& mod) override;
 
-private:
+ private:
   IGraphicsResize* mOwner;
 };
 
 class IGraphicsResize : public IControl {
-public:
+ public:
   static constexpr float kHandleSize = 8.f;
 
   // `settingsFolder` holds "GuiScale.ini"; the stored scale is applied to
@@ -101,7 +103,7 @@ public:
   // The window knows the screen scale now: the pixel size follows it.
   void OnWindowOpened() override { UpdateWindowSize(); }
 
-private:
+ private:
   struct LayoutEntry {
     IControl* control;
     IRECT rect;

@@ -16,7 +16,9 @@ struct IRECT {
   float H() const { return B - T; }
   bool Empty() const { return !(R > L && B > T); }
   bool Contains(float x, float y) const { return x >= L && x < R && y >= T && y < B; }
-  bool Intersects(const IRECT& o) const { return !Empty() && !o.Empty() && L < o.R && o.L < R && T < o.B && o.T < B; }
+  bool Intersects(const IRECT& o) const {
+    return !Empty() && !o.Empty() && L < o.R && o.L < R && T < o.B && o.T < B;
+  }
   IRECT Union(const IRECT& o) const {
     if (Empty()) return o;
     if (o.Empty()) return *this;

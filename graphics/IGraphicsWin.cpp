@@ -1,13 +1,12 @@
 #include "graphics/IGraphicsWin.h"
 
+#include <cairo-win32.h>
 #include <commctrl.h>
 #include <commdlg.h>
 #include <ole2.h>
 #include <shellapi.h>
 #include <shlobj.h>
 #include <windowsx.h>
-
-#include <cairo-win32.h>
 
 #include <cmath>
 #include <cstdio>
@@ -27,12 +26,27 @@ constexpr UINT kTimerPeriodMs = 1000 / 160;  // 6 ms
 
 // Process-wide state, each part under its own lock: the window-class count,
 // the memory fonts and the font cache.
-std::mutex& ClassLock() { static std::mutex m; return m; }
-std::mutex& MemFontLock() { static std::mutex m; return m; }
-std::mutex& FontCacheLock() { static std::mutex m; return m; }
+std::mutex& ClassLock() {
+  static std::mutex m;
+  return m;
+}
+std::mutex& MemFontLock() {
+  static std::mutex m;
+  return m;
+}
+std::mutex& FontCacheLock() {
+  static std::mutex m;
+  return m;
+}
 int gOpenEditors = 0;
-std::vector<HANDLE>& MemFonts() { static std::vector<HANDLE> v; return v; }
-std::map<std::string, IGraphicsWin::Font>& FontCache() { static std::map<std::string, IGraphicsWin::Font> m; return m; }
+std::vector<HANDLE>& MemFonts() {
+  static std::vector<HANDLE> v;
+  return v;
+}
+std::map<std::string, IGraphicsWin::Font>& FontCache() {
+  static std::map<std::string, IGraphicsWin::Font> m;
+  return m;
+}
 
 HINSTANCE ThisModule() {
   HMODULE h = nullptr;
@@ -107,7 +121,9 @@ std::unique_ptr<IGraphics> IGraphics::Create(void* instance, int width, int heig
 IGraphicsWin::IGraphicsWin(HINSTANCE instance, int width, int height, int fps)
     : IGraphics(width, height, fps), mHInstance(instance ? instance : ThisModule()) {}
 
-IGraphicsWin::~IGraphicsWin() { CloseWindow(); }
+IGraphicsWin::~IGraphicsWin() {
+  CloseWindow();
+}
 
 // ---------------------------------------------------------------- text
 
@@ -248,8 +264,9 @@ void* IGraphicsWin::OpenWindow(void* parent) {
   if (!AcquireWindowClass(mHInstance, StaticWndProc)) return nullptr;
   const int w = WindowWidth(), h = WindowHeight();
   const int x = reuse ? prev.left : 0, y = reuse ? prev.top : 0;
-  mPlugWnd = CreateWindowExW(0, kWndClassName, L"IPlug", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS | WS_CLIPCHILDREN,
-                             x, y, w, h, mParentWnd, nullptr, mHInstance, this);
+  mPlugWnd =
+      CreateWindowExW(0, kWndClassName, L"IPlug", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS | WS_CLIPCHILDREN,
+                      x, y, w, h, mParentWnd, nullptr, mHInstance, this);
   if (!mPlugWnd) {
     ReleaseWindowClass(mHInstance);
     return nullptr;
@@ -271,8 +288,8 @@ void* IGraphicsWin::OpenWindow(void* parent) {
     INITCOMMONCONTROLSEX icc{sizeof(INITCOMMONCONTROLSEX), ICC_WIN95_CLASSES};
     if (InitCommonControlsEx(&icc)) {
       mTooltipWnd = CreateWindowExW(0, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_NOPREFIX | TTS_ALWAYSTIP,
-                                    CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, mPlugWnd, nullptr,
-                                    mHInstance, nullptr);
+                                    CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, mPlugWnd,
+                                    nullptr, mHInstance, nullptr);
     }
     if (mTooltipWnd) {
       SetWindowPos(mTooltipWnd, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
@@ -407,12 +424,23 @@ void IGraphicsWin::ApplyCursor() {
   if (mCursorHidden) return;
   LPCWSTR id = reinterpret_cast<LPCWSTR>(IDC_ARROW);
   switch (GetCursorAt(GetMouseOver())) {
-    case ICursor::Hand: id = reinterpret_cast<LPCWSTR>(IDC_HAND); break;
-    case ICursor::SizeWE: id = reinterpret_cast<LPCWSTR>(IDC_SIZEWE); break;
-    case ICursor::SizeNS: id = reinterpret_cast<LPCWSTR>(IDC_SIZENS); break;
-    case ICursor::SizeNWSE: id = reinterpret_cast<LPCWSTR>(IDC_SIZENWSE); break;
-    case ICursor::IBeam: id = reinterpret_cast<LPCWSTR>(IDC_IBEAM); break;
-    default: break;
+    case ICursor::Hand:
+      id = reinterpret_cast<LPCWSTR>(IDC_HAND);
+      break;
+    case ICursor::SizeWE:
+      id = reinterpret_cast<LPCWSTR>(IDC_SIZEWE);
+      break;
+    case ICursor::SizeNS:
+      id = reinterpret_cast<LPCWSTR>(IDC_SIZENS);
+      break;
+    case ICursor::SizeNWSE:
+      id = reinterpret_cast<LPCWSTR>(IDC_SIZENWSE);
+      break;
+    case ICursor::IBeam:
+      id = reinterpret_cast<LPCWSTR>(IDC_IBEAM);
+      break;
+    default:
+      break;
   }
   SetCursor(LoadCursorW(nullptr, id));
 }
@@ -511,7 +539,10 @@ LRESULT IGraphicsWin::WndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam)
     }
     case WM_SETCURSOR:
       if (LOWORD(lParam) == HTCLIENT) {
-        if (mCursorHidden) SetCursor(nullptr); else ApplyCursor();
+        if (mCursorHidden)
+          SetCursor(nullptr);
+        else
+          ApplyCursor();
         return TRUE;
       }
       break;
@@ -530,7 +561,8 @@ LRESULT IGraphicsWin::WndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam)
       GetCursorPos(&pt);
       ScreenToClient(hwnd, &pt);
       const float s = DrawScale();
-      OnDrop(target->Paths(), target->IsDirectory(), static_cast<float>(pt.x) / s, static_cast<float>(pt.y) / s);
+      OnDrop(target->Paths(), target->IsDirectory(), static_cast<float>(pt.x) / s,
+             static_cast<float>(pt.y) / s);
       return 0;
     }
     default:
@@ -548,13 +580,15 @@ void IGraphicsWin::HideMouseCursor() {
   mHiddenX = p.x;
   mHiddenY = p.y;
   mCursorHidden = true;
-  while (ShowCursor(FALSE) >= 0) {}
+  while (ShowCursor(FALSE) >= 0) {
+  }
 }
 
 void IGraphicsWin::ShowMouseCursor() {
   if (!mCursorHidden) return;
   SetCursorPos(mHiddenX, mHiddenY);
-  while (ShowCursor(TRUE) < 0) {}
+  while (ShowCursor(TRUE) < 0) {
+  }
   mCursorHidden = false;
 }
 
@@ -730,11 +764,11 @@ bool IGraphicsWin::PromptForColor(unsigned& argb) {
 
 bool IGraphicsWin::OpenFolderWithItem(const std::string& path) {
   const std::wstring args = L"/select,\"" + WideFromUtf8(path) + L"\"";
-  return reinterpret_cast<INT_PTR>(ShellExecuteW(nullptr, L"open", L"explorer.exe", args.c_str(), nullptr,
-                                                 SW_SHOWNORMAL)) > 32;
+  return reinterpret_cast<INT_PTR>(
+             ShellExecuteW(nullptr, L"open", L"explorer.exe", args.c_str(), nullptr, SW_SHOWNORMAL)) > 32;
 }
 
 bool IGraphicsWin::OpenURL(const std::string& url) {
-  return reinterpret_cast<INT_PTR>(ShellExecuteW(nullptr, L"open", WideFromUtf8(url).c_str(), nullptr, nullptr,
-                                                 SW_SHOWNORMAL)) > 32;
+  return reinterpret_cast<INT_PTR>(ShellExecuteW(nullptr, L"open", WideFromUtf8(url).c_str(), nullptr,
+                                                 nullptr, SW_SHOWNORMAL)) > 32;
 }

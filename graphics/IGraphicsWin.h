@@ -9,9 +9,10 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
+// clang-format off
 #include <windows.h>
-
 #include <cairo.h>
+// clang-format on
 
 #include <string>
 
@@ -20,7 +21,7 @@
 class IDropTargetH;
 
 class IGraphicsWin : public IGraphics {
-public:
+ public:
   // One entry of the process-wide font cache.
   struct Font {
     HFONT hfont = nullptr;
@@ -72,10 +73,10 @@ public:
 
   LRESULT WndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
 
-protected:
+ protected:
   cairo_surface_t* CreateBackBuffer(int width, int height) override;
 
-private:
+ private:
   static LRESULT CALLBACK StaticWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
   static LRESULT GuardedWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
   static LRESULT CALLBACK EditProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);

@@ -1,5 +1,10 @@
 #include "graphics/IGraphicsX11.h"
 
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/cursorfont.h>
+#include <X11/keysym.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -24,12 +29,6 @@
 #include "graphics/IPlatformMapping.h"
 #include "graphics/IXDnD.h"
 #include "graphics/tgraphics.h"
-
-#include <X11/Xatom.h>
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/cursorfont.h>
-#include <X11/keysym.h>
 
 std::unique_ptr<IGraphics> IGraphics::Create(void* instance, int width, int height, int fps) {
   (void)instance;
@@ -100,7 +99,7 @@ void ForgetDisplay(Display* d) {
 // started, and with default signal dispositions and an empty signal mask
 // whatever the host set for itself.
 class DialogProcess {
-public:
+ public:
   DialogProcess() = default;
   DialogProcess(const DialogProcess&) = delete;
   DialogProcess& operator=(const DialogProcess&) = delete;
@@ -210,7 +209,7 @@ public:
   int ExitCode() const { return mExitCode; }
   const std::string& Text() const { return mText; }
 
-private:
+ private:
   static constexpr size_t kMaxOutput = 64 * 1024;
   void CloseOutput() {
     if (mOut >= 0) close(mOut);
@@ -261,7 +260,8 @@ std::string StartPath(const std::string& dir, const std::string& name, bool save
 // No --confirm-overwrite: the editor asks before it replaces a file.
 std::vector<std::string> ZenityArgs(bool save, const std::string& ext, const std::string& dir,
                                     const std::string& name) {
-  std::vector<std::string> a = {"zenity", "--file-selection", save ? "--title=Save File" : "--title=Open File"};
+  std::vector<std::string> a = {"zenity", "--file-selection",
+                                save ? "--title=Save File" : "--title=Open File"};
   if (save) a.emplace_back("--save");
   const std::string start = StartPath(dir, name, save);
   if (!start.empty()) a.push_back("--filename=" + start);
@@ -299,7 +299,7 @@ bool OnPath(const char* program) {
     std::string d = dirs.substr(begin, end - begin);
     if (d.empty()) d = ".";
     const std::string full = d + "/" + program;
-    struct stat st{};
+    struct stat st {};
     if (stat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(full.c_str(), X_OK) == 0) return true;
     begin = end + 1;
   }
@@ -319,7 +319,7 @@ struct IGraphicsX11::Impl {
   std::atomic<bool> stop{false};
   int wake[2] = {-1, -1};
   std::atomic<long> ticks{0};
-  bool windowGone = false;  // destroyed with its parent before we closed it
+  bool windowGone = false;             // destroyed with its parent before we closed it
   std::atomic<bool> prompting{false};  // a file dialog is up
   int winW = 0, winH = 0;
 
@@ -391,12 +391,23 @@ struct IGraphicsX11::Impl {
     if (it != cursors.end()) return it->second;
     unsigned shape = XC_left_ptr;
     switch (c) {
-      case ICursor::Hand: shape = XC_hand2; break;
-      case ICursor::SizeWE: shape = XC_sb_h_double_arrow; break;
-      case ICursor::SizeNS: shape = XC_sb_v_double_arrow; break;
-      case ICursor::SizeNWSE: shape = XC_bottom_right_corner; break;
-      case ICursor::IBeam: shape = XC_xterm; break;
-      default: break;
+      case ICursor::Hand:
+        shape = XC_hand2;
+        break;
+      case ICursor::SizeWE:
+        shape = XC_sb_h_double_arrow;
+        break;
+      case ICursor::SizeNS:
+        shape = XC_sb_v_double_arrow;
+        break;
+      case ICursor::SizeNWSE:
+        shape = XC_bottom_right_corner;
+        break;
+      case ICursor::IBeam:
+        shape = XC_xterm;
+        break;
+      default:
+        break;
     }
     const Cursor cur = XCreateFontCursor(dpy, shape);
     cursors[c] = cur;
@@ -426,8 +437,9 @@ struct IGraphicsX11::Impl {
     const bool direct = (depth == 24 || depth == 32) && visual->red_mask == 0xff0000 &&
                         visual->green_mask == 0xff00 && visual->blue_mask == 0xff;
     if (direct) {
-      XImage* xi = XCreateImage(dpy, visual, static_cast<unsigned>(depth), ZPixmap, 0, reinterpret_cast<char*>(data),
-                                static_cast<unsigned>(iw), static_cast<unsigned>(ih), 32, stride);
+      XImage* xi =
+          XCreateImage(dpy, visual, static_cast<unsigned>(depth), ZPixmap, 0, reinterpret_cast<char*>(data),
+                       static_cast<unsigned>(iw), static_cast<unsigned>(ih), 32, stride);
       if (!xi) return;
       xi->byte_order = LSBFirst;  // cairo's pixels are native 32-bit words
       XPutImage(dpy, target, gc, xi, x, y, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
@@ -441,17 +453,24 @@ struct IGraphicsX11::Impl {
       auto channel = [](unsigned long mask, unsigned v) {
         if (!mask) return 0ul;
         int shift = 0;
-        while (!(mask & 1ul)) { mask >>= 1; ++shift; }
+        while (!(mask & 1ul)) {
+          mask >>= 1;
+          ++shift;
+        }
         int bits = 0;
-        while (mask & 1ul) { mask >>= 1; ++bits; }
+        while (mask & 1ul) {
+          mask >>= 1;
+          ++bits;
+        }
         return static_cast<unsigned long>(v >> (8 - std::min(bits, 8))) << shift;
       };
       for (int j = 0; j < h; ++j) {
         const auto* row = reinterpret_cast<const uint32_t*>(data + (y + j) * stride);
         for (int i = 0; i < w; ++i) {
           const uint32_t p = row[x + i];
-          XPutPixel(xi, i, j, channel(visual->red_mask, (p >> 16) & 0xff) |
-                                  channel(visual->green_mask, (p >> 8) & 0xff) | channel(visual->blue_mask, p & 0xff));
+          XPutPixel(xi, i, j,
+                    channel(visual->red_mask, (p >> 16) & 0xff) |
+                        channel(visual->green_mask, (p >> 8) & 0xff) | channel(visual->blue_mask, p & 0xff));
         }
       }
       XPutImage(dpy, target, gc, xi, 0, 0, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
@@ -553,7 +572,8 @@ struct IGraphicsX11::Impl {
     }
     lastX = x;
     lastY = y;
-    if (e.button == Button1 && lastClickTime && e.time - lastClickTime < kDoubleClickMs && !g->IsTextEntryOpen()) {
+    if (e.button == Button1 && lastClickTime && e.time - lastClickTime < kDoubleClickMs &&
+        !g->IsTextEntryOpen()) {
       lastClickTime = 0;
       g->OnMouseDblClick(x, y, mod);
       return;
@@ -621,10 +641,14 @@ struct IGraphicsX11::Impl {
       return;
     }
     if (g->IsTextEntryOpen()) {
-      if (ks == XK_Return || ks == XK_KP_Enter) g->CloseTextEntry(true);
-      else if (ks == XK_Escape) g->CloseTextEntry(false);
-      else if (ks == XK_BackSpace) g->OnTextEntryBackspace();
-      else if (n > 0 && static_cast<unsigned char>(buf[0]) >= 32 && buf[0] != 127) g->OnTextEntryChar(std::string(buf, n));
+      if (ks == XK_Return || ks == XK_KP_Enter)
+        g->CloseTextEntry(true);
+      else if (ks == XK_Escape)
+        g->CloseTextEntry(false);
+      else if (ks == XK_BackSpace)
+        g->OnTextEntryBackspace();
+      else if (n > 0 && static_cast<unsigned char>(buf[0]) >= 32 && buf[0] != 127)
+        g->OnTextEntryChar(std::string(buf, n));
       return;
     }
     const int key = iplatform::KeyCodeFromKeySym(ks);
@@ -652,7 +676,8 @@ struct IGraphicsX11::Impl {
       } else if (r.target == aUtf8 || r.target == XA_STRING) {
         std::lock_guard<std::mutex> lock(clipLock);
         XChangeProperty(dpy, r.requestor, prop, r.target, 8, PropModeReplace,
-                        reinterpret_cast<const unsigned char*>(clipText.data()), static_cast<int>(clipText.size()));
+                        reinterpret_cast<const unsigned char*>(clipText.data()),
+                        static_cast<int>(clipText.size()));
         reply.property = prop;
       }
     }
@@ -685,8 +710,9 @@ struct IGraphicsX11::Impl {
       unsigned long count = 0, after = 0;
       unsigned char* data = nullptr;
       bool found = false;
-      if (XGetWindowProperty(dpy, static_cast<Window>(e.data.l[0]), aXdndTypeList, 0, 1024, False, XA_ATOM, &type,
-                             &format, &count, &after, &data) == Success && data) {
+      if (XGetWindowProperty(dpy, static_cast<Window>(e.data.l[0]), aXdndTypeList, 0, 1024, False, XA_ATOM,
+                             &type, &format, &count, &after, &data) == Success &&
+          data) {
         const Atom* atoms = reinterpret_cast<const Atom*>(data);  // format 32 is returned as longs
         for (unsigned long i = 0; i < count; ++i) found = found || atoms[i] == aUriList;
       }
@@ -704,10 +730,12 @@ struct IGraphicsX11::Impl {
       dndAccept = g->DragAndDropEnabled() && SourceOffersUriList(e);
     } else if (e.message_type == aXdndPosition) {
       dndSource = static_cast<Window>(e.data.l[0]);
-      const int rx = static_cast<int>((e.data.l[2] >> 16) & 0xffff), ry = static_cast<int>(e.data.l[2] & 0xffff);
+      const int rx = static_cast<int>((e.data.l[2] >> 16) & 0xffff),
+                ry = static_cast<int>(e.data.l[2] & 0xffff);
       Window child = 0;
       XTranslateCoordinates(dpy, root, win, rx, ry, &dndX, &dndY, &child);
-      SendXdnd(dndSource, aXdndStatus, dndAccept ? 3 : 2, 0, 0, dndAccept ? static_cast<long>(aXdndActionCopy) : 0);
+      SendXdnd(dndSource, aXdndStatus, dndAccept ? 3 : 2, 0, 0,
+               dndAccept ? static_cast<long>(aXdndActionCopy) : 0);
     } else if (e.message_type == aXdndLeave) {
       dndSource = 0;
       dndAccept = false;
@@ -728,8 +756,9 @@ struct IGraphicsX11::Impl {
       int format = 0;
       unsigned long count = 0, after = 0;
       unsigned char* data = nullptr;
-      if (XGetWindowProperty(dpy, win, e.property, 0, 1 << 20, True, AnyPropertyType, &type, &format, &count, &after,
-                             &data) == Success && data && format == 8) {
+      if (XGetWindowProperty(dpy, win, e.property, 0, 1 << 20, True, AnyPropertyType, &type, &format, &count,
+                             &after, &data) == Success &&
+          data && format == 8) {
         const std::string list(reinterpret_cast<const char*>(data), count);
         const std::vector<std::string> paths = ixdnd::PathsFromUriList(list);
         std::vector<int> dirs;
@@ -739,7 +768,8 @@ struct IGraphicsX11::Impl {
       if (data) XFree(data);
     }
     if (dndSource)
-      SendXdnd(dndSource, aXdndFinished, delivered ? 1 : 0, delivered ? static_cast<long>(aXdndActionCopy) : 0, 0, 0);
+      SendXdnd(dndSource, aXdndFinished, delivered ? 1 : 0,
+               delivered ? static_cast<long>(aXdndActionCopy) : 0, 0, 0);
     dndSource = 0;
   }
 
@@ -748,8 +778,12 @@ struct IGraphicsX11::Impl {
       case Expose:
         if (e.xexpose.window == win) {
           const float s = Scale();
-          const IRECT r = IRECT::FromXYWH(e.xexpose.x / s, e.xexpose.y / s, e.xexpose.width / s, e.xexpose.height / s);
-          if (g->BackBuffer()) Blit(r); else g->SetAllControlsDirty();
+          const IRECT r =
+              IRECT::FromXYWH(e.xexpose.x / s, e.xexpose.y / s, e.xexpose.width / s, e.xexpose.height / s);
+          if (g->BackBuffer())
+            Blit(r);
+          else
+            g->SetAllControlsDirty();
         }
         break;
       case ConfigureNotify:
@@ -762,9 +796,15 @@ struct IGraphicsX11::Impl {
       case DestroyNotify:
         if (e.xdestroywindow.window == win) windowGone = true;
         break;
-      case ButtonPress: OnButtonPress(e.xbutton); break;
-      case ButtonRelease: OnButtonRelease(e.xbutton); break;
-      case MotionNotify: OnMotion(e.xmotion); break;
+      case ButtonPress:
+        OnButtonPress(e.xbutton);
+        break;
+      case ButtonRelease:
+        OnButtonRelease(e.xbutton);
+        break;
+      case MotionNotify:
+        OnMotion(e.xmotion);
+        break;
       case LeaveNotify:
         if (e.xcrossing.mode == NotifyNormal && !(e.xcrossing.state & (Button1Mask | Button3Mask))) {
           HideTooltip();
@@ -772,19 +812,28 @@ struct IGraphicsX11::Impl {
         }
         break;
       case KeyPress:
-      case KeyRelease: OnKey(e.xkey); break;
+      case KeyRelease:
+        OnKey(e.xkey);
+        break;
       case FocusOut:
         if (e.xfocus.window == win && e.xfocus.mode == NotifyNormal) g->OnFocusLost();
         break;
-      case SelectionRequest: OnSelectionRequest(e.xselectionrequest); break;
+      case SelectionRequest:
+        OnSelectionRequest(e.xselectionrequest);
+        break;
       case SelectionClear: {
         std::lock_guard<std::mutex> lock(clipLock);
         clipText.clear();
         break;
       }
-      case SelectionNotify: OnSelectionNotify(e.xselection); break;
-      case ClientMessage: OnClientMessage(e.xclient); break;
-      default: break;
+      case SelectionNotify:
+        OnSelectionNotify(e.xselection);
+        break;
+      case ClientMessage:
+        OnClientMessage(e.xclient);
+        break;
+      default:
+        break;
     }
   }
 
@@ -812,7 +861,8 @@ struct IGraphicsX11::Impl {
       }
       int timeout = outputOpen ? 200 : 5;
       if (modal) {
-        const auto toTick = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
+        const auto toTick =
+            std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
         timeout = std::clamp(static_cast<int>(toTick), 0, timeout);
         if (XPending(dpy)) timeout = 0;
       }
@@ -830,7 +880,8 @@ struct IGraphicsX11::Impl {
 
   void DrainWakePipe() {
     char b[16];
-    while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {}
+    while (read(wake[0], b, sizeof b) == static_cast<ssize_t>(sizeof b)) {
+    }
   }
 
   // Handles the queued events; behind a modal dialog presses, motion and key
@@ -881,11 +932,19 @@ struct IGraphicsX11::Impl {
 IGraphicsX11::IGraphicsX11(int width, int height, int fps)
     : IGraphics(width, height, fps), mImpl(std::make_unique<Impl>(this)) {}
 
-IGraphicsX11::~IGraphicsX11() { CloseWindow(); }
+IGraphicsX11::~IGraphicsX11() {
+  CloseWindow();
+}
 
-bool IGraphicsX11::WindowIsOpen() const { return mImpl->win != 0; }
-void* IGraphicsX11::GetWindow() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(mImpl->win)); }
-long IGraphicsX11::TimerTicks() const { return mImpl->ticks; }
+bool IGraphicsX11::WindowIsOpen() const {
+  return mImpl->win != 0;
+}
+void* IGraphicsX11::GetWindow() const {
+  return reinterpret_cast<void*>(static_cast<uintptr_t>(mImpl->win));
+}
+long IGraphicsX11::TimerTicks() const {
+  return mImpl->ticks;
+}
 
 void* IGraphicsX11::OpenWindow(void* parentHandle) {
   Impl& m = *mImpl;
@@ -914,8 +973,9 @@ void* IGraphicsX11::OpenWindow(void* parentHandle) {
   XSetWindowAttributes attrs{};
   attrs.background_pixmap = None;
   attrs.bit_gravity = NorthWestGravity;
-  attrs.event_mask = ExposureMask | StructureNotifyMask | ButtonPressMask | ButtonReleaseMask | PointerMotionMask |
-                     LeaveWindowMask | EnterWindowMask | KeyPressMask | KeyReleaseMask | FocusChangeMask;
+  attrs.event_mask = ExposureMask | StructureNotifyMask | ButtonPressMask | ButtonReleaseMask |
+                     PointerMotionMask | LeaveWindowMask | EnterWindowMask | KeyPressMask | KeyReleaseMask |
+                     FocusChangeMask;
   AdoptDisplay(m.dpy);
   // The child shares the parent's visual and depth.
   XWindowAttributes pa{};
@@ -925,9 +985,10 @@ void* IGraphicsX11::OpenWindow(void* parentHandle) {
     m.depth = pa.depth;
     failed = false;
   }
-  if (!failed) m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH), 0,
-                        CopyFromParent, InputOutput, CopyFromParent, CWBackPixmap | CWBitGravity | CWEventMask,
-                        &attrs);
+  if (!failed)
+    m.win = XCreateWindow(m.dpy, m.parent, x, y, static_cast<unsigned>(m.winW), static_cast<unsigned>(m.winH),
+                          0, CopyFromParent, InputOutput, CopyFromParent,
+                          CWBackPixmap | CWBitGravity | CWEventMask, &attrs);
   XSync(m.dpy, False);
   failed = failed || TakeXError(m.dpy) || !m.win;
   if (failed) {
@@ -1059,7 +1120,8 @@ bool IGraphicsX11::GetTextFromClipboard(std::string& text) {
         unsigned long count = 0, after = 0;
         unsigned char* data = nullptr;
         if (XGetWindowProperty(d, w, prop, 0, 1 << 20, True, AnyPropertyType, &type, &format, &count, &after,
-                               &data) == Success && data && type == utf8 && format == 8) {
+                               &data) == Success &&
+            data && type == utf8 && format == 8) {
           text.assign(reinterpret_cast<const char*>(data), count);
           ok = true;
         }
@@ -1127,9 +1189,13 @@ bool IGraphicsX11::OpenFolderWithItem(const std::string& path) {
   return SpawnXdgOpen(slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash));
 }
 
-bool IGraphicsX11::OpenURL(const std::string& url) { return SpawnXdgOpen(url); }
+bool IGraphicsX11::OpenURL(const std::string& url) {
+  return SpawnXdgOpen(url);
+}
 
-bool IGraphicsX11::FileDialogAvailable() { return OnPath("zenity") || OnPath("kdialog"); }
+bool IGraphicsX11::FileDialogAvailable() {
+  return OnPath("zenity") || OnPath("kdialog");
+}
 
 std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension, const std::string& directory,
                                         const std::string& fileName) {
@@ -1147,7 +1213,7 @@ std::string IGraphicsX11::PromptForFile(bool save, const std::string& extension,
     DialogProcess dialog;
     if (!dialog.Start(tool == 0 ? ZenityArgs(save, extension, directory, fileName)
                                 : KdialogArgs(save, extension, directory, fileName, owner)))
-      continue;  // not installed: the next one
+      continue;                                  // not installed: the next one
     if (!m.WaitForDialog(dialog, modal)) break;  // the window closed
     // 127: a wrapper on PATH that found no program to run.
     if (dialog.ExitCode() == 127 && dialog.Text().empty()) continue;

@@ -10,7 +10,7 @@
 #include "graphics/IGraphics.h"
 
 class IGraphicsX11 : public IGraphics {
-public:
+ public:
   IGraphicsX11(int width, int height, int fps);
   ~IGraphicsX11() override;
 
@@ -48,6 +48,6 @@ public:
 
   struct Impl;
 
-private:
+ private:
   std::unique_ptr<Impl> mImpl;
 };

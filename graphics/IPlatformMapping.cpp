@@ -24,11 +24,16 @@ static int KeyCodeFromChar(int c) {
 
 int KeyCodeFromVirtualKey(int vk) {
   switch (vk) {
-    case 0x26: return KEY_UPARROW;     // VK_UP
-    case 0x28: return KEY_DOWNARROW;   // VK_DOWN
-    case 0x25: return KEY_LEFTARROW;   // VK_LEFT
-    case 0x27: return KEY_RIGHTARROW;  // VK_RIGHT
-    default: break;
+    case 0x26:
+      return KEY_UPARROW;  // VK_UP
+    case 0x28:
+      return KEY_DOWNARROW;  // VK_DOWN
+    case 0x25:
+      return KEY_LEFTARROW;  // VK_LEFT
+    case 0x27:
+      return KEY_RIGHTARROW;  // VK_RIGHT
+    default:
+      break;
   }
   // Letter keys arrive as upper-case virtual keys whatever the shift state;
   // 0x60..0x6F are the numeric keypad, not letters.
@@ -38,11 +43,20 @@ int KeyCodeFromVirtualKey(int vk) {
 
 int KeyCodeFromKeySym(unsigned long keysym) {
   switch (keysym) {
-    case 0xff52: case 0xff97: return KEY_UPARROW;     // XK_Up, XK_KP_Up
-    case 0xff54: case 0xff99: return KEY_DOWNARROW;   // XK_Down, XK_KP_Down
-    case 0xff51: case 0xff96: return KEY_LEFTARROW;   // XK_Left, XK_KP_Left
-    case 0xff53: case 0xff98: return KEY_RIGHTARROW;  // XK_Right, XK_KP_Right
-    default: break;
+    case 0xff52:
+    case 0xff97:
+      return KEY_UPARROW;  // XK_Up, XK_KP_Up
+    case 0xff54:
+    case 0xff99:
+      return KEY_DOWNARROW;  // XK_Down, XK_KP_Down
+    case 0xff51:
+    case 0xff96:
+      return KEY_LEFTARROW;  // XK_Left, XK_KP_Left
+    case 0xff53:
+    case 0xff98:
+      return KEY_RIGHTARROW;  // XK_Right, XK_KP_Right
+    default:
+      break;
   }
   if (keysym < 0x80) return KeyCodeFromChar(static_cast<int>(keysym));
   return KEY_NONE;

@@ -36,7 +36,10 @@ std::vector<std::string> PathsFromUriList(const std::string& uriList) {
       if (rest[i] == '%') {
         const int hi = i + 2 < rest.size() ? hex(rest[i + 1]) : -1;
         const int lo = hi >= 0 ? hex(rest[i + 2]) : -1;
-        if (lo < 0 || (hi == 0 && lo == 0)) { bad = true; break; }
+        if (lo < 0 || (hi == 0 && lo == 0)) {
+          bad = true;
+          break;
+        }
         path.push_back(static_cast<char>(hi * 16 + lo));
         i += 2;
       } else {

@@ -10,7 +10,7 @@ struct tg_point {
 };
 
 class tg_array_path {
-public:
+ public:
   void clear() { points_.clear(); }
   void reserve(std::size_t n) { points_.reserve(n); }
   void add(double x, double y) { points_.push_back({x, y}); }
@@ -22,7 +22,7 @@ public:
   bool closed() const { return closed_; }
   void set_closed(bool c) { closed_ = c; }
 
-private:
+ private:
   std::vector<tg_point> points_;
   bool closed_ = false;
 };

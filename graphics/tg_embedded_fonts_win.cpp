@@ -9,7 +9,7 @@
 
 namespace tg_embedded {
 
-const char* const kFontNames[] = {"Roboto-Regular",   "OpenSans-Regular",        "OpenSans-Bold",
+const char* const kFontNames[] = {"Roboto-Regular",    "OpenSans-Regular",        "OpenSans-Bold",
                                   "OpenSans-SemiBold", "OpenSans-SemiBoldItalic", "OpenSans-ExtraBold"};
 const int kFontCount = static_cast<int>(sizeof(kFontNames) / sizeof(kFontNames[0]));
 

@@ -22,41 +22,78 @@ bool tgraphics::ok() const {
   return cairo_status(cr_) == CAIRO_STATUS_SUCCESS && cairo_surface_status(surface_) == CAIRO_STATUS_SUCCESS;
 }
 
-void tgraphics::save() { cairo_save(cr_); }
-void tgraphics::restore() { cairo_restore(cr_); }
-void tgraphics::translate(double dx, double dy) { cairo_translate(cr_, dx, dy); }
-void tgraphics::scale(double sx, double sy) { cairo_scale(cr_, sx, sy); }
-void tgraphics::rotate(double radians) { cairo_rotate(cr_, radians); }
-void tgraphics::set_matrix(const cairo_matrix_t& m) { cairo_set_matrix(cr_, &m); }
+void tgraphics::save() {
+  cairo_save(cr_);
+}
+void tgraphics::restore() {
+  cairo_restore(cr_);
+}
+void tgraphics::translate(double dx, double dy) {
+  cairo_translate(cr_, dx, dy);
+}
+void tgraphics::scale(double sx, double sy) {
+  cairo_scale(cr_, sx, sy);
+}
+void tgraphics::rotate(double radians) {
+  cairo_rotate(cr_, radians);
+}
+void tgraphics::set_matrix(const cairo_matrix_t& m) {
+  cairo_set_matrix(cr_, &m);
+}
 void tgraphics::clip_rect(double x, double y, double w, double h) {
   cairo_new_path(cr_);
   cairo_rectangle(cr_, x, y, w, h);
   cairo_clip(cr_);
 }
-void tgraphics::reset_clip() { cairo_reset_clip(cr_); }
-void tgraphics::set_operator(cairo_operator_t op) { cairo_set_operator(cr_, op); }
-void tgraphics::set_antialias(cairo_antialias_t aa) { cairo_set_antialias(cr_, aa); }
-void tgraphics::set_fill_rule(cairo_fill_rule_t rule) { cairo_set_fill_rule(cr_, rule); }
+void tgraphics::reset_clip() {
+  cairo_reset_clip(cr_);
+}
+void tgraphics::set_operator(cairo_operator_t op) {
+  cairo_set_operator(cr_, op);
+}
+void tgraphics::set_antialias(cairo_antialias_t aa) {
+  cairo_set_antialias(cr_, aa);
+}
+void tgraphics::set_fill_rule(cairo_fill_rule_t rule) {
+  cairo_set_fill_rule(cr_, rule);
+}
 
-void tgraphics::set_line_style(double width, cairo_line_cap_t cap, cairo_line_join_t join, double miter_limit) {
+void tgraphics::set_line_style(double width, cairo_line_cap_t cap, cairo_line_join_t join,
+                               double miter_limit) {
   cairo_set_line_width(cr_, width);
   cairo_set_line_cap(cr_, cap);
   cairo_set_line_join(cr_, join);
   cairo_set_miter_limit(cr_, miter_limit);
   cairo_set_dash(cr_, nullptr, 0, 0.0);
 }
-void tgraphics::set_line_width(double width) { cairo_set_line_width(cr_, width); }
+void tgraphics::set_line_width(double width) {
+  cairo_set_line_width(cr_, width);
+}
 
-void tgraphics::new_path() { cairo_new_path(cr_); }
-void tgraphics::new_sub_path() { cairo_new_sub_path(cr_); }
-void tgraphics::move_to(double x, double y) { cairo_move_to(cr_, x, y); }
-void tgraphics::line_to(double x, double y) { cairo_line_to(cr_, x, y); }
+void tgraphics::new_path() {
+  cairo_new_path(cr_);
+}
+void tgraphics::new_sub_path() {
+  cairo_new_sub_path(cr_);
+}
+void tgraphics::move_to(double x, double y) {
+  cairo_move_to(cr_, x, y);
+}
+void tgraphics::line_to(double x, double y) {
+  cairo_line_to(cr_, x, y);
+}
 void tgraphics::curve_to(double x1, double y1, double x2, double y2, double x3, double y3) {
   cairo_curve_to(cr_, x1, y1, x2, y2, x3, y3);
 }
-void tgraphics::close_path() { cairo_close_path(cr_); }
-void tgraphics::rectangle(double x, double y, double w, double h) { cairo_rectangle(cr_, x, y, w, h); }
-void tgraphics::arc(double cx, double cy, double r, double a0, double a1) { cairo_arc(cr_, cx, cy, r, a0, a1); }
+void tgraphics::close_path() {
+  cairo_close_path(cr_);
+}
+void tgraphics::rectangle(double x, double y, double w, double h) {
+  cairo_rectangle(cr_, x, y, w, h);
+}
+void tgraphics::arc(double cx, double cy, double r, double a0, double a1) {
+  cairo_arc(cr_, cx, cy, r, a0, a1);
+}
 void tgraphics::arc_negative(double cx, double cy, double r, double a0, double a1) {
   cairo_arc_negative(cr_, cx, cy, r, a0, a1);
 }
@@ -80,18 +117,35 @@ void tgraphics::array_path(const tg_array_path& path) {
   if (path.closed()) cairo_close_path(cr_);
 }
 
-void tgraphics::stroke() { cairo_stroke(cr_); }
-void tgraphics::stroke_preserve() { cairo_stroke_preserve(cr_); }
-void tgraphics::fill() { cairo_fill(cr_); }
-void tgraphics::fill_preserve() { cairo_fill_preserve(cr_); }
-void tgraphics::paint() { cairo_paint(cr_); }
-void tgraphics::paint_with_alpha(double alpha) { cairo_paint_with_alpha(cr_, alpha); }
+void tgraphics::stroke() {
+  cairo_stroke(cr_);
+}
+void tgraphics::stroke_preserve() {
+  cairo_stroke_preserve(cr_);
+}
+void tgraphics::fill() {
+  cairo_fill(cr_);
+}
+void tgraphics::fill_preserve() {
+  cairo_fill_preserve(cr_);
+}
+void tgraphics::paint() {
+  cairo_paint(cr_);
+}
+void tgraphics::paint_with_alpha(double alpha) {
+  cairo_paint_with_alpha(cr_, alpha);
+}
 
-void tgraphics::set_color(const tg_color& c) { cairo_set_source_rgba(cr_, c.r, c.g, c.b, c.a); }
-void tgraphics::set_color(double r, double g, double b, double a) { cairo_set_source_rgba(cr_, r, g, b, a); }
+void tgraphics::set_color(const tg_color& c) {
+  cairo_set_source_rgba(cr_, c.r, c.g, c.b, c.a);
+}
+void tgraphics::set_color(double r, double g, double b, double a) {
+  cairo_set_source_rgba(cr_, r, g, b, a);
+}
 
 static void add_stops(cairo_pattern_t* p, const std::vector<tg_color_stop>& stops) {
-  for (const auto& s : stops) cairo_pattern_add_color_stop_rgba(p, s.offset, s.color.r, s.color.g, s.color.b, s.color.a);
+  for (const auto& s : stops)
+    cairo_pattern_add_color_stop_rgba(p, s.offset, s.color.r, s.color.g, s.color.b, s.color.a);
 }
 
 void tgraphics::set_linear_gradient(double x0, double y0, double x1, double y1,
@@ -121,8 +175,12 @@ void tgraphics::set_image(cairo_surface_t* image, double x, double y, cairo_filt
   cairo_pattern_destroy(p);
 }
 
-void tgraphics::push_group() { cairo_push_group(cr_); }
-void tgraphics::pop_group_to_source() { cairo_pop_group_to_source(cr_); }
+void tgraphics::push_group() {
+  cairo_push_group(cr_);
+}
+void tgraphics::pop_group_to_source() {
+  cairo_pop_group_to_source(cr_);
+}
 
 void tgraphics::set_font(const std::string& face_name, double size) {
   font_name_ = face_name;
@@ -147,8 +205,8 @@ tg_font_extents tgraphics::font_extents() {
   return {e.ascent, e.descent, e.height};
 }
 
-void tgraphics::draw_text(const std::string& utf8, const tg_rect& rect, const std::string& face_name, double size,
-                          const tg_color& color, tg_align align, tg_valign valign) {
+void tgraphics::draw_text(const std::string& utf8, const tg_rect& rect, const std::string& face_name,
+                          double size, const tg_color& color, tg_align align, tg_valign valign) {
   if (utf8.empty()) return;
   set_font(face_name, size);
   const tg_text_extents te = text_extents(utf8);

@@ -39,7 +39,7 @@ struct tg_font_extents {
 };
 
 class tgraphics {
-public:
+ public:
   // Wraps a context on `surface` (a reference is taken). Width and height
   // are the target's size in editor units; the scale is set on the surface.
   tgraphics(cairo_surface_t* surface, double width, double height, double device_scale);
@@ -96,7 +96,8 @@ public:
   // sources
   void set_color(const tg_color& c);
   void set_color(double r, double g, double b, double a = 1.0);
-  void set_linear_gradient(double x0, double y0, double x1, double y1, const std::vector<tg_color_stop>& stops);
+  void set_linear_gradient(double x0, double y0, double x1, double y1,
+                           const std::vector<tg_color_stop>& stops);
   void set_radial_gradient(double cx0, double cy0, double r0, double cx1, double cy1, double r1,
                            const std::vector<tg_color_stop>& stops);
   // An image pattern placed at (x, y) in editor units, extended by its edge pixels.
@@ -115,7 +116,8 @@ public:
   // Measures the string, places it in the rectangle by the alignment and shows
   // it in the given font, size (editor units) and colour.
   void draw_text(const std::string& utf8, const tg_rect& rect, const std::string& face_name, double size,
-                 const tg_color& color, tg_align align = tg_align::left, tg_valign valign = tg_valign::middle);
+                 const tg_color& color, tg_align align = tg_align::left,
+                 tg_valign valign = tg_valign::middle);
   // Image mode renders each string into an image of its own and paints that
   // with the current source; direct mode shows the glyphs on the target.
   void set_text_image_mode(bool on) { text_image_mode_ = on; }
@@ -124,7 +126,7 @@ public:
   // Draws another surface at (x, y) in editor units.
   void draw_surface(cairo_surface_t* source, double x, double y, double alpha = 1.0);
 
-private:
+ private:
   void show_text_direct(const std::string& utf8, double x, double y);
   void show_text_image(const std::string& utf8, double x, double y);
 

@@ -6,15 +6,22 @@
 #include "graphics/tgraphics.h"
 
 class tgraphics_control : public IControl {
-public:
+ public:
   using IControl::IControl;
 
-  void SetTheme(double theme) { if (theme != mTheme) { mTheme = theme; SetDirty(); } }
+  void SetTheme(double theme) {
+    if (theme != mTheme) {
+      mTheme = theme;
+      SetDirty();
+    }
+  }
   double GetTheme() const { return mTheme; }
   bool IsDark() const { return mTheme >= 0.5; }
   // Picks between the dark and the white colour of a pair.
-  const tg_color& ThemeColor(const tg_color& dark, const tg_color& white) const { return IsDark() ? dark : white; }
+  const tg_color& ThemeColor(const tg_color& dark, const tg_color& white) const {
+    return IsDark() ? dark : white;
+  }
 
-private:
+ private:
   double mTheme = 1.0;
 };

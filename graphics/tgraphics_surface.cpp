@@ -23,7 +23,9 @@ cairo_surface_t* tg_create_pdf_surface(const std::string& path, double width, do
   return cairo_pdf_surface_create(path.c_str(), width, height);
 }
 
-void tg_flush_surface(cairo_surface_t* s) { cairo_surface_flush(s); }
+void tg_flush_surface(cairo_surface_t* s) {
+  cairo_surface_flush(s);
+}
 
 void tg_destroy_surface(cairo_surface_t* s) {
   if (!s) return;

@@ -32,7 +32,9 @@ std::map<std::string, cairo_font_face_t*>& faces() {
 
 const cairo_user_data_key_t kFtFaceKey{};
 
-void done_ft_face(void* p) { FT_Done_Face(static_cast<FT_Face>(p)); }
+void done_ft_face(void* p) {
+  FT_Done_Face(static_cast<FT_Face>(p));
+}
 
 FT_Face open_ft_face(const std::string& name) {
   const unsigned char* data = nullptr;
@@ -66,7 +68,8 @@ void read_names(FT_Face face, tg_font_info& out) {
     if (FT_Get_Sfnt_Name(face, i, &n) != 0) continue;
     const bool preferred = n.platform_id == TT_PLATFORM_MICROSOFT;
     if (n.name_id == TT_NAME_ID_FONT_FAMILY && (out.family.empty() || preferred)) out.family = sfnt_string(n);
-    if (n.name_id == TT_NAME_ID_FONT_SUBFAMILY && (out.style.empty() || preferred)) out.style = sfnt_string(n);
+    if (n.name_id == TT_NAME_ID_FONT_SUBFAMILY && (out.style.empty() || preferred))
+      out.style = sfnt_string(n);
   }
 }
 
@@ -106,7 +109,8 @@ bool tgraphics_text::info(const std::string& name, tg_font_info& out) {
   if (!ft) return false;
   out = tg_font_info{};
   read_names(ft, out);
-  if (auto* head = static_cast<TT_Header*>(FT_Get_Sfnt_Table(ft, FT_SFNT_HEAD))) out.units_per_em = head->Units_Per_EM;
+  if (auto* head = static_cast<TT_Header*>(FT_Get_Sfnt_Table(ft, FT_SFNT_HEAD)))
+    out.units_per_em = head->Units_Per_EM;
   if (auto* hhea = static_cast<TT_HoriHeader*>(FT_Get_Sfnt_Table(ft, FT_SFNT_HHEA))) {
     out.ascender = hhea->Ascender;
     out.descender = hhea->Descender;

@@ -17,7 +17,7 @@ struct tg_font_info {
 };
 
 class tgraphics_text {
-public:
+ public:
   // Face names of the embedded fonts: "Roboto-Regular", "OpenSans-Regular", ...
   static const std::vector<std::string>& font_names();
   // The embedded TrueType bytes of a font; false when there is no such font.

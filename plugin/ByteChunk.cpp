@@ -16,8 +16,12 @@ void ByteChunk::PutRaw(const void* data, size_t bytes) {
   mBytes.insert(mBytes.end(), p, p + bytes);
 }
 
-void ByteChunk::PutDouble(double v) { PutLE(std::bit_cast<uint64_t>(v)); }
-void ByteChunk::PutFloat(float v) { PutLE(std::bit_cast<uint32_t>(v)); }
+void ByteChunk::PutDouble(double v) {
+  PutLE(std::bit_cast<uint64_t>(v));
+}
+void ByteChunk::PutFloat(float v) {
+  PutLE(std::bit_cast<uint32_t>(v));
+}
 
 void ByteChunk::PutText(const std::string& text) {
   PutInt32(0);
@@ -54,8 +58,12 @@ int ByteChunk::GetRaw(void* out, size_t bytes, int pos) const {
   return pos + static_cast<int>(bytes);
 }
 
-int ByteChunk::GetByte(uint8_t& v, int pos) const { return GetLE(v, pos); }
-int ByteChunk::GetUInt32(uint32_t& v, int pos) const { return GetLE(v, pos); }
+int ByteChunk::GetByte(uint8_t& v, int pos) const {
+  return GetLE(v, pos);
+}
+int ByteChunk::GetUInt32(uint32_t& v, int pos) const {
+  return GetLE(v, pos);
+}
 
 int ByteChunk::GetInt32(int32_t& v, int pos) const {
   uint32_t u = 0;

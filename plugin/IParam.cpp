@@ -7,7 +7,9 @@
 
 namespace velorum {
 
-IParam::IParam(const IParam& other) { *this = other; }
+IParam::IParam(const IParam& other) {
+  *this = other;
+}
 
 IParam& IParam::operator=(const IParam& other) {
   if (this == &other) return *this;
@@ -67,7 +69,9 @@ double IParam::Constrain(double value) const {
   return value;
 }
 
-int IParam::IntValue() const { return static_cast<int>(std::lround(Value())); }
+int IParam::IntValue() const {
+  return static_cast<int>(std::lround(Value()));
+}
 
 double IParam::GetNormalized() const {
   if (mMax <= mMin) return 0.0;

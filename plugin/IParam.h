@@ -21,7 +21,8 @@ class IParam {
   void InitBool(const char* name, bool defaultValue, const char* label = "", const char* group = "");
   void InitInt(const char* name, int defaultValue, int minValue, int maxValue, const char* label = "",
                const char* group = "");
-  void InitEnum(const char* name, int defaultValue, int choices, const char* label = "", const char* group = "");
+  void InitEnum(const char* name, int defaultValue, int choices, const char* label = "",
+                const char* group = "");
   // Sets the type to double only when no type was set before.
   void InitDouble(const char* name, double defaultValue, double minValue, double maxValue, double step,
                   const char* label = "", const char* group = "", Shape shape = Shape::ShapeLinear);
@@ -51,8 +52,8 @@ class IParam {
   bool SetFromText(const char* text);
 
  private:
-  void Describe(Type type, const char* name, double defaultValue, double minValue, double maxValue, double step,
-                const char* label, const char* group);
+  void Describe(Type type, const char* name, double defaultValue, double minValue, double maxValue,
+                double step, const char* label, const char* group);
 
   Type mType = Type::kNone;
   Shape mShape = Shape::ShapeLinear;

@@ -11,14 +11,22 @@ namespace {
 std::atomic<EditorFactory> gEditorFactory{nullptr};
 }  // namespace
 
-void RegisterEditorFactory(EditorFactory factory) { gEditorFactory.store(factory); }
-EditorFactory RegisteredEditorFactory() { return gEditorFactory.load(); }
+void RegisterEditorFactory(EditorFactory factory) {
+  gEditorFactory.store(factory);
+}
+EditorFactory RegisteredEditorFactory() {
+  return gEditorFactory.load();
+}
 
 IPlugBase::IPlugBase(vst::HostCallback host, int numParams, int numPresets)
-    : mHost(host), mParams(size_t(std::max(0, numParams))), mCountA(std::max(0, numParams)),
+    : mHost(host),
+      mParams(size_t(std::max(0, numParams))),
+      mCountA(std::max(0, numParams)),
       mPresets(size_t(std::max(1, numPresets))) {}
 
-IPlugBase::~IPlugBase() { DestroyEditor(); }
+IPlugBase::~IPlugBase() {
+  DestroyEditor();
+}
 
 void IPlugBase::DestroyEditor() {
   std::lock_guard<std::mutex> guard(mEditorMutex);
@@ -184,7 +192,9 @@ int IPlugBase::UnserializePresets(const ByteChunk& chunk, int pos) {
   return pos;
 }
 
-void IPlugBase::OnRestoreState() { SetAllEditorControlsDirty(); }
+void IPlugBase::OnRestoreState() {
+  SetAllEditorControlsDirty();
+}
 
 intptr_t IPlugBase::CallHost(int32_t opcode, int32_t index, intptr_t value, void* ptr, float opt) {
   if (!mHost) return 0;

@@ -103,7 +103,8 @@ class IPlugBase {
 
   // Host.
   vst::HostCallback Host() const { return mHost; }
-  intptr_t CallHost(int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr, float opt = 0.f);
+  intptr_t CallHost(int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr,
+                    float opt = 0.f);
   // Identified lazily on first demand and remembered.
   HostCode GetHost();
   int HostVersion();  // 0xMMmmpp

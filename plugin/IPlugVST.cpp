@@ -44,8 +44,11 @@ struct MidiKeyName {
 
 IPlugVST::IPlugVST(vst::HostCallback host, int numParams, int numPresets, std::vector<ChannelIO> channelIO,
                    int32_t uniqueID, const char* effectName, const char* vendorName, const char* productName)
-    : IPlugBase(host, numParams, numPresets), mChannelIO(std::move(channelIO)), mEffectName(effectName),
-      mVendorName(vendorName), mProductName(productName) {
+    : IPlugBase(host, numParams, numPresets),
+      mChannelIO(std::move(channelIO)),
+      mEffectName(effectName),
+      mVendorName(vendorName),
+      mProductName(productName) {
   if (mChannelIO.empty()) mChannelIO.push_back({2, 2});
   int maxIn = 0, maxOut = 0;
   bool mono = false;
@@ -92,14 +95,18 @@ IPlugVST::IPlugVST(vst::HostCallback host, int numParams, int numPresets, std::v
   UpdateArrangements();
 }
 
-IPlugVST::~IPlugVST() { mAEffect.object = nullptr; }
+IPlugVST::~IPlugVST() {
+  mAEffect.object = nullptr;
+}
 
 IPlugVST* IPlugVST::FromEffect(vst::AEffect* effect) {
   GuardCrashThread();  // once per host thread: the crash handler's own stack
   return effect ? static_cast<IPlugVST*>(effect->object) : nullptr;
 }
 
-bool IPlugVST::InputConnected(int pin) const { return pin >= 0 && pin < NInputPins() && mInConnected[size_t(pin)]; }
+bool IPlugVST::InputConnected(int pin) const {
+  return pin >= 0 && pin < NInputPins() && mInConnected[size_t(pin)];
+}
 bool IPlugVST::OutputConnected(int pin) const {
   return pin >= 0 && pin < NOutputPins() && mOutConnected[size_t(pin)];
 }

@@ -52,7 +52,9 @@ class IPlugVST : public IPlugBase {
 
   // A vendor-specific query (effVendorSpecific with an index of the plug-in's
   // own); returns 0 when not handled.
-  virtual intptr_t VendorQuery(int32_t /*index*/, intptr_t /*value*/, void* /*ptr*/, float /*opt*/) { return 0; }
+  virtual intptr_t VendorQuery(int32_t /*index*/, intptr_t /*value*/, void* /*ptr*/, float /*opt*/) {
+    return 0;
+  }
 
  protected:
   // Called after effSetSpeakerArrangement changed the connected pins.

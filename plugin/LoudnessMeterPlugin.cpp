@@ -33,7 +33,8 @@ double LoudnessMeterPlugin::RelativeGateFactor(int choice) {
 }
 
 LoudnessMeterPlugin::LoudnessMeterPlugin(vst::HostCallback host)
-    : IPlugVST(host, param::kCount, 1, MeterChannelConfigs(), kUniqueID, kEffectName, kVendorName, kProductName) {
+    : IPlugVST(host, param::kCount, 1, MeterChannelConfigs(), kUniqueID, kEffectName, kVendorName,
+               kProductName) {
   DeclareMeterParams(*this);
   SetParamCountA(param::kCountA);
   mEngine.SetSampleRate(SampleRate());
@@ -117,7 +118,8 @@ void LoudnessMeterPlugin::ApplyEngineSettings() {
     mEngine.SetMomentaryWindowMs(GetParam(param::kMomentaryWindowMs)->IntValue());
   }
   mEngine.SetRelativeGateFactor(RelativeGateFactor(GetParam(param::kRelativeGate)->IntValue()));
-  mEngine.Dialogue().SetGateMode(static_cast<DialogueGateMode>(std::clamp(GetParam(param::kGateMode)->IntValue(), 0, 2)));
+  mEngine.Dialogue().SetGateMode(
+      static_cast<DialogueGateMode>(std::clamp(GetParam(param::kGateMode)->IntValue(), 0, 2)));
   mEngine.Dialogue().SetMinDialogPercent(ParamValue(param::kMinDialogPercent));
   mTransport.mode = std::clamp(GetParam(param::kHistogramMode)->IntValue(), 0, 3);
   mTransport.resetOnJump = ParamValue(param::kResetOnJump) >= 0.5;
@@ -174,7 +176,9 @@ int LoudnessMeterPlugin::ProcessingContext() const {
   return mGenerator.Active() ? kContextCalibrationSignal : 0;
 }
 
-std::vector<double> LoudnessMeterPlugin::AuxValues() const { return mDisplayState; }
+std::vector<double> LoudnessMeterPlugin::AuxValues() const {
+  return mDisplayState;
+}
 
 void LoudnessMeterPlugin::SetAuxValues(const std::vector<double>& values) {
   for (size_t i = 0; i < mDisplayState.size() && i < values.size(); ++i) {
@@ -349,7 +353,8 @@ void LoudnessMeterPlugin::ProcessBlock(double** inputs, double** outputs, int fr
 
   // Pass-through. While a calibration signal plays, the host audio is only
   // kept on the other outputs when the user asked for it; otherwise they are silent.
-  const bool pass = !(ProcessingContext() == kContextCalibrationSignal && ParamValue(param::kGeneratorKeepsHost) < 0.5);
+  const bool pass =
+      !(ProcessingContext() == kContextCalibrationSignal && ParamValue(param::kGeneratorKeepsHost) < 0.5);
   int passed = mConnectedInputs;
   if (GetHost() == kHostSoundForge) passed = std::min(passed, 2);
   for (int c = 0; c < mConnectedOutputs; ++c) {
@@ -426,7 +431,8 @@ void LoudnessMeterPlugin::MeasureBlock(double** inputs, int frames) {
 
   TransportTracker& t = mTransport;
   const bool measuring = Measuring();
-  const bool restartOption = ParamValue(param::kRestartOnJump) >= 0.5 || ParamValue(param::kRestartOnLocate) >= 0.5;
+  const bool restartOption =
+      ParamValue(param::kRestartOnJump) >= 0.5 || ParamValue(param::kRestartOnLocate) >= 0.5;
   // The rules below are applied to sample 0 on its own and then to the rest of
   // the block at once: after the first sample nothing they depend on changes
   // within a block (the one-block flags are cleared by the first advance, and
@@ -522,7 +528,7 @@ intptr_t LoudnessMeterPlugin::VendorQuery(int32_t index, intptr_t /*value*/, voi
     case kQueryBin:
     case kQueryBinTotal: {
       const int kind = request->command == kQueryBin ? request->index / 1000 : request->index;
-      const Distribution* d = kind == 0 ? static_cast<const Distribution*>(&mLoudness)
+      const Distribution* d = kind == 0   ? static_cast<const Distribution*>(&mLoudness)
                               : kind == 1 ? static_cast<const Distribution*>(&mTruePeak)
                               : kind == 2 ? static_cast<const Distribution*>(&mDynamics)
                                           : nullptr;
@@ -539,15 +545,33 @@ intptr_t LoudnessMeterPlugin::VendorQuery(int32_t index, intptr_t /*value*/, voi
     case kQueryReading: {
       const MeterReadings r = Readings();
       switch (request->index) {
-        case kReadingIntegrated: request->value = r.integrated; break;
-        case kReadingMomentary: request->value = mEngine.Momentary(); break;
-        case kReadingShortTerm: request->value = mEngine.ShortTerm(); break;
-        case kReadingMomentaryMax: request->value = r.momentaryMax; break;
-        case kReadingShortTermMax: request->value = r.shortTermMax; break;
-        case kReadingLoudnessRange: request->value = r.loudnessRange; break;
-        case kReadingTruePeakMax: request->value = r.truePeakMax; break;
-        case kReadingPlr: request->value = r.plr; break;
-        case kReadingPosition: request->value = static_cast<double>(mTransport.position); break;
+        case kReadingIntegrated:
+          request->value = r.integrated;
+          break;
+        case kReadingMomentary:
+          request->value = mEngine.Momentary();
+          break;
+        case kReadingShortTerm:
+          request->value = mEngine.ShortTerm();
+          break;
+        case kReadingMomentaryMax:
+          request->value = r.momentaryMax;
+          break;
+        case kReadingShortTermMax:
+          request->value = r.shortTermMax;
+          break;
+        case kReadingLoudnessRange:
+          request->value = r.loudnessRange;
+          break;
+        case kReadingTruePeakMax:
+          request->value = r.truePeakMax;
+          break;
+        case kReadingPlr:
+          request->value = r.plr;
+          break;
+        case kReadingPosition:
+          request->value = static_cast<double>(mTransport.position);
+          break;
         case kReadingMeasuredSamples:
           request->value = static_cast<double>(mRestoredShown ? mStoredMeasuredSamples
                                                               : mEngine.MeasuredSamples() + mSampleOffset);
@@ -557,10 +581,18 @@ intptr_t LoudnessMeterPlugin::VendorQuery(int32_t index, intptr_t /*value*/, voi
           request->value = static_cast<double>(mEngine.History().Size100());
           break;
         }
-        case kReadingWarmUp: request->value = HistogramWarmUp() ? 1.0 : 0.0; break;
-        case kReadingSuspended: request->value = Suspended() ? 1.0 : 0.0; break;
-        case kReadingInProcess: request->value = InProcess() ? 1.0 : 0.0; break;
-        case kReadingNonFinite: request->value = static_cast<double>(NonFiniteSamples()); break;
+        case kReadingWarmUp:
+          request->value = HistogramWarmUp() ? 1.0 : 0.0;
+          break;
+        case kReadingSuspended:
+          request->value = Suspended() ? 1.0 : 0.0;
+          break;
+        case kReadingInProcess:
+          request->value = InProcess() ? 1.0 : 0.0;
+          break;
+        case kReadingNonFinite:
+          request->value = static_cast<double>(NonFiniteSamples());
+          break;
         case kReadingStateHoldMaxUs:
           request->value = static_cast<double>(mStateHoldMaxNs.load(std::memory_order_relaxed)) / 1000.0;
           break;
@@ -570,7 +602,9 @@ intptr_t LoudnessMeterPlugin::VendorQuery(int32_t index, intptr_t /*value*/, voi
         case kReadingSnapshotSlice:
           request->value = static_cast<double>(mSnapshotSliceMax.load(std::memory_order_relaxed));
           break;
-        case kReadingRateSupported: request->value = RateSupported() ? 1.0 : 0.0; break;
+        case kReadingRateSupported:
+          request->value = RateSupported() ? 1.0 : 0.0;
+          break;
         default:
           if (request->index >= kReadingPeakHold0 && request->index < kReadingPeakHold0 + kMaxChannels) {
             request->value = mPeaks.Hold(request->index - kReadingPeakHold0);

@@ -1,4 +1,6 @@
 // WriteState and ReadState of the meter; the layout is described in MeterState.h.
+#include "plugin/MeterState.h"
+
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -11,7 +13,6 @@
 #include "history/HistorySnapshot.h"
 #include "plugin/HistorySerializer.h"
 #include "plugin/LoudnessMeterPlugin.h"
-#include "plugin/MeterState.h"
 #include "presets/LoudnessStandards.h"
 #include "velorum/Version.h"
 
@@ -46,14 +47,18 @@ struct ParsedMeterState {
 
 namespace {
 
-double Finite(double v, double fallback) { return std::isfinite(v) ? v : fallback; }
+double Finite(double v, double fallback) {
+  return std::isfinite(v) ? v : fallback;
+}
 
 // Counters read from a state stay far from the ends of their types, so that
 // they can be counted on.
 constexpr int32_t kMaxCounter32 = 1000000000;
 constexpr int64_t kMaxCounter64 = int64_t(1) << 60;
 
-double ValidRate(double rate) { return rate > 0.0 && rate <= 768000.0 ? rate : 44100.0; }
+double ValidRate(double rate) {
+  return rate > 0.0 && rate <= 768000.0 ? rate : 44100.0;
+}
 
 // Sections 1 to 6 and the history flags.
 int ParseHead(const ByteChunk& chunk, int pos, ParsedMeterState& s) {
@@ -214,15 +219,16 @@ bool LoudnessMeterPlugin::WriteState(ByteChunk& chunk) {
   }
   chunk.Reserve(size_t(chunk.Size()) + size_t(head.Size()) + size_t(history.Size()) + size_t(tail.Size()) +
                 size_t(ab.Size()) + size_t(params.Size()) + 256);
-  for (const ByteChunk* part : {&head, &history, &tail, &ab, &params}) chunk.PutRaw(part->Data(), size_t(part->Size()));
+  for (const ByteChunk* part : {&head, &history, &tail, &ab, &params})
+    chunk.PutRaw(part->Data(), size_t(part->Size()));
   return true;
 }
 
 void LoudnessMeterPlugin::WriteStateHead(ByteChunk& chunk, bool& included, bool& compress) {
   const MeterReadings r = Readings();
   chunk.PutInt32(kVersionDecimal);
-  for (double v : {r.integrated, r.loudnessRange, r.loudnessRangeLow, r.loudnessRangeHigh, r.plr, r.momentaryMax,
-                   r.shortTermMax, r.truePeakMax, r.integratedDialogue}) {
+  for (double v : {r.integrated, r.loudnessRange, r.loudnessRangeLow, r.loudnessRangeHigh, r.plr,
+                   r.momentaryMax, r.shortTermMax, r.truePeakMax, r.integratedDialogue}) {
     chunk.PutDouble(v);
   }
   chunk.PutInt64(MeasuredSampleCount());
@@ -412,13 +418,15 @@ int64_t ThreadNowNs() {
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
   return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
 #else
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
       .count();
 #endif
 }
 
 int64_t WallNowNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
 

@@ -23,9 +23,9 @@ class PeakMeterFeed {
   void RestoreMaxima(const float* maxima, int channels);
 
   // Any thread. Linear amplitudes (1.0 = full scale).
-  float Peak(int channel) const { return Load(mPeak, channel); }     // newest block
-  float Hold(int channel) const { return Load(mHold, channel); }     // held for kHoldSeconds
-  float Maximum(int channel) const { return Load(mMax, channel); }   // since the last reset
+  float Peak(int channel) const { return Load(mPeak, channel); }    // newest block
+  float Hold(int channel) const { return Load(mHold, channel); }    // held for kHoldSeconds
+  float Maximum(int channel) const { return Load(mMax, channel); }  // since the last reset
   int Channels() const { return mChannels.load(std::memory_order_relaxed); }
   // Increases with every fed block; the editor redraws when it changed.
   uint32_t Sequence() const { return mSequence.load(std::memory_order_relaxed); }

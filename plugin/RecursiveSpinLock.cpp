@@ -20,7 +20,8 @@ void RecursiveSpinLock::Lock() {
     unsigned spins = 0;
     for (;;) {
       uint32_t expected = 0;
-      if (mOwner.compare_exchange_weak(expected, self, std::memory_order_acquire, std::memory_order_relaxed)) break;
+      if (mOwner.compare_exchange_weak(expected, self, std::memory_order_acquire, std::memory_order_relaxed))
+        break;
       if (++spins > 64) {
         std::this_thread::yield();
         spins = 0;
@@ -34,7 +35,8 @@ bool RecursiveSpinLock::TryLock() {
   const uint32_t self = CurrentThreadId32();
   if (mOwner.load(std::memory_order_acquire) != self) {
     uint32_t expected = 0;
-    if (!mOwner.compare_exchange_strong(expected, self, std::memory_order_acquire, std::memory_order_relaxed)) {
+    if (!mOwner.compare_exchange_strong(expected, self, std::memory_order_acquire,
+                                        std::memory_order_relaxed)) {
       return false;
     }
   }

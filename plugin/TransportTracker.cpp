@@ -20,7 +20,9 @@ int64_t MusicalToSamples(double ppq, double tempo, double rate) {
   return RoundToSamples((60.0 / tempo) * rate * ppq);
 }
 
-int64_t Distance(int64_t a, int64_t b) { return a > b ? a - b : b - a; }
+int64_t Distance(int64_t a, int64_t b) {
+  return a > b ? a - b : b - a;
+}
 
 }  // namespace
 
@@ -45,7 +47,8 @@ void TransportTracker::Refresh(const vst::VstTimeInfo* info, const Context& cont
   double cycleStart = 0.0, cycleEnd = 0.0;
   if (info) {
     samplePos = std::isfinite(info->samplePos) && info->samplePos > 0.0 ? info->samplePos : 0.0;
-    if ((info->flags & vst::kTempoValid) && std::isfinite(info->tempo) && info->tempo > 0.0) tempo = info->tempo;
+    if ((info->flags & vst::kTempoValid) && std::isfinite(info->tempo) && info->tempo > 0.0)
+      tempo = info->tempo;
     if ((info->flags & vst::kPpqPosValid) && std::isfinite(info->ppqPos)) ppqPos = info->ppqPos;
     if (info->flags & vst::kCyclePosValid) {
       cycleStart = std::isfinite(info->cycleStartPos) ? info->cycleStartPos : 0.0;

@@ -15,8 +15,8 @@ struct TransportTracker {
   struct Context {
     double sampleRate = 44100.0;
     int frames = 0;
-    bool hostCode36 = false;      // the host jitters: one more second is allowed
-    int32_t timeOfDaySeconds = 0; // local time of day, for "SYSTEM"
+    bool hostCode36 = false;       // the host jitters: one more second is allowed
+    int32_t timeOfDaySeconds = 0;  // local time of day, for "SYSTEM"
   };
 
   int32_t mode = 0;

@@ -24,7 +24,8 @@ enum VendorCommand : int32_t {
   kQueryReset = 4,          // resets the measurement
   kQuerySuspend = 5,        // suspended = (value != 0)
   kQueryReading = 6,        // value = reading `index` (VendorReading)
-  kQueryBin = 7,            // value = bin (index % 1000) of distribution (index / 1000): 0 loudness, 1 true peak, 2 dynamics
+  kQueryBin =
+      7,  // value = bin (index % 1000) of distribution (index / 1000): 0 loudness, 1 true peak, 2 dynamics
   kQueryBinTotal = 8,       // value = sum of the bins of distribution `index`
   kQueryShownStandard = 9,  // value = the standards item whose name the menu shows
 };
@@ -38,18 +39,18 @@ enum VendorReading : int32_t {
   kReadingLoudnessRange = 5,
   kReadingTruePeakMax = 6,
   kReadingPlr = 7,
-  kReadingPosition = 8,        // timeline position in samples
-  kReadingMeasuredSamples = 9, // samples measured since the reset
-  kReadingBlocks = 10,         // 100 ms history entries
-  kReadingWarmUp = 11,         // 1 while the histograms warm up
+  kReadingPosition = 8,         // timeline position in samples
+  kReadingMeasuredSamples = 9,  // samples measured since the reset
+  kReadingBlocks = 10,          // 100 ms history entries
+  kReadingWarmUp = 11,          // 1 while the histograms warm up
   kReadingSuspended = 12,
-  kReadingInProcess = 13,      // 1 while a processing call runs (never seen from a dispatcher call)
-  kReadingNonFinite = 14,      // non-finite input samples measured as silence since the reset
-  kReadingStateHoldMaxUs = 15, // longest hold of the plug-in lock by a state call, microseconds
-  kReadingSnapshotSlice = 16,  // most history entries of one array a state save copied under one hold
-  kReadingRateSupported = 17,  // 0 while the host's sample rate is outside what the meter measures
+  kReadingInProcess = 13,          // 1 while a processing call runs (never seen from a dispatcher call)
+  kReadingNonFinite = 14,          // non-finite input samples measured as silence since the reset
+  kReadingStateHoldMaxUs = 15,     // longest hold of the plug-in lock by a state call, microseconds
+  kReadingSnapshotSlice = 16,      // most history entries of one array a state save copied under one hold
+  kReadingRateSupported = 17,      // 0 while the host's sample rate is outside what the meter measures
   kReadingStateHoldMaxCpuUs = 18,  // the same hold as 15 on the holding thread's own clock, microseconds
-  kReadingPeakHold0 = 100,     // 100 + channel: held sample peak (linear)
+  kReadingPeakHold0 = 100,         // 100 + channel: held sample peak (linear)
 };
 
 }  // namespace velorum

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -27,7 +27,9 @@ std::string_view Trim(std::string_view s) {
   return s.substr(b, s.find_last_not_of(" \t\r\n") - b + 1);
 }
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char Lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 std::string Folded(std::string_view s) {
   std::string f(s);
@@ -35,7 +37,9 @@ std::string Folded(std::string_view s) {
   return f;
 }
 
-std::string Quoted(std::string_view s) { return "\"" + std::string(s) + "\""; }
+std::string Quoted(std::string_view s) {
+  return "\"" + std::string(s) + "\"";
+}
 
 // Number of code points when `s` is well-formed UTF-8 (no overlong forms,
 // surrogates or values above U+10FFFF), otherwise nothing.
@@ -99,10 +103,10 @@ struct Field {
   void (*set)(CustomPreset&, double);
 };
 
-#define VELORUM_FIELD(key, lo, hi, whole, member)                                         \
-  Field {                                                                                   \
+#define VELORUM_FIELD(key, lo, hi, whole, member)                                            \
+  Field {                                                                                    \
     key, lo, hi, whole, [](const CustomPreset& p) { return static_cast<double>(p.member); }, \
-        [](CustomPreset& p, double v) { p.member = static_cast<decltype(p.member)>(v); }   \
+        [](CustomPreset& p, double v) { p.member = static_cast<decltype(p.member)>(v); }     \
   }
 
 // The numeric values in file order ("relative gate" and "unit" are checked
@@ -138,7 +142,8 @@ bool IsReservedDeviceName(std::string_view name) {
   std::string stem = Folded(name.substr(0, name.find('.')));
   while (!stem.empty() && stem.back() == ' ') stem.pop_back();
   if (stem == "con" || stem == "prn" || stem == "aux" || stem == "nul") return true;
-  return stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) && stem[3] >= '1' && stem[3] <= '9';
+  return stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) && stem[3] >= '1' &&
+         stem[3] <= '9';
 }
 
 std::string ReadSmallFile(const fs::path& path, std::string& message) {
@@ -183,7 +188,8 @@ std::string U8(const fs::path& p) {
 }  // namespace
 
 bool SameCustomPresetName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return Lower(x) == Lower(y); });
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return Lower(x) == Lower(y); });
 }
 
 std::string CheckCustomPresetName(std::string_view name) {
@@ -193,7 +199,8 @@ std::string CheckCustomPresetName(std::string_view name) {
   if (*length > kMaxCustomPresetNameChars)
     return "The preset name is longer than " + std::to_string(kMaxCustomPresetNameChars) + " characters.";
   for (char c : name) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "The preset name contains a control character.";
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+      return "The preset name contains a control character.";
     if (std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos)
       return "A preset name cannot contain / \\ : * ? \" < > or |.";
   }
@@ -216,7 +223,8 @@ std::string FormatCustomPreset(const CustomPreset& preset) {
   std::string text = "[preset]\nname=" + preset.name + "\nversion=" + std::to_string(kVersionDecimal) + "\n";
   for (const Field& f : kFields) {
     text += std::string(f.key) + "=" + FormatNumber(f.get(preset)) + "\n";
-    if (std::string_view(f.key) == "relative gate") text += std::string("unit=") + (preset.lkfs ? "LKFS" : "LUFS") + "\n";
+    if (std::string_view(f.key) == "relative gate")
+      text += std::string("unit=") + (preset.lkfs ? "LKFS" : "LUFS") + "\n";
   }
   return text;
 }
@@ -316,9 +324,12 @@ bool ParseCustomPreset(std::string_view text, CustomPreset& preset, std::string&
     return false;
   }
   std::string missing;
-  if (!haveName) missing = "name";
-  else if (!haveVersion) missing = "version";
-  else if (!haveUnit) missing = "unit";
+  if (!haveName)
+    missing = "name";
+  else if (!haveVersion)
+    missing = "version";
+  else if (!haveUnit)
+    missing = "unit";
   for (size_t i = 0; missing.empty() && i < std::size(kFields); ++i)
     if (!have[i]) missing = kFields[i].key;
   if (!missing.empty()) {
@@ -349,8 +360,9 @@ CustomPreset CaptureCustomPreset(std::string name, const std::function<double(in
   p.lower = whole(kLower);
   p.truePeakMax = read(kTruePeakMax);
   const int choice = whole(kRelativeGate);
-  p.relativeGateLU =
-      choice >= 0 && choice < static_cast<int>(std::size(kRelativeGateChoicesLU)) ? kRelativeGateChoicesLU[choice] : -10;
+  p.relativeGateLU = choice >= 0 && choice < static_cast<int>(std::size(kRelativeGateChoicesLU))
+                         ? kRelativeGateChoicesLU[choice]
+                         : -10;
   p.lkfs = read(kUnitLkfs) >= 0.5;
   p.gateMode = whole(kGateMode);
   p.maximum = read(kMax1);
@@ -381,7 +393,8 @@ void ApplyCustomPreset(const CustomPreset& p, const std::function<void(int, doub
   write(kPresetEdited, 0.0);
 }
 
-CustomPresetStore::CustomPresetStore(const std::string& settingsFolder) : mFolder(settingsFolder + "/Presets") {}
+CustomPresetStore::CustomPresetStore(const std::string& settingsFolder)
+    : mFolder(settingsFolder + "/Presets") {}
 
 std::vector<CustomPresetEntry> CustomPresetStore::List() const try {
   std::vector<CustomPresetEntry> list;
@@ -400,7 +413,9 @@ std::vector<CustomPresetEntry> CustomPresetStore::List() const try {
   }
   // Sorted by name ignoring case; of names that differ only in case, the
   // file named after the preset comes first, then the first file name.
-  auto stemMatches = [](const CustomPresetEntry& e) { return U8(fs::u8path(e.path).stem()) == e.preset.name; };
+  auto stemMatches = [](const CustomPresetEntry& e) {
+    return U8(fs::u8path(e.path).stem()) == e.preset.name;
+  };
   std::sort(list.begin(), list.end(), [&](const CustomPresetEntry& a, const CustomPresetEntry& b) {
     const std::string fa = Folded(a.preset.name), fb = Folded(b.preset.name);
     if (fa != fb) return fa < fb;
@@ -457,7 +472,8 @@ bool CustomPresetStore::Save(const CustomPreset& preset, bool replace, std::stri
   std::error_code ec;
   fs::create_directories(fs::u8path(mFolder), ec);
   const fs::path target = PresetPath(mFolder, preset.name);
-  if (existing != list.end() && fs::u8path(existing->path) != target) fs::remove(fs::u8path(existing->path), ec);
+  if (existing != list.end() && fs::u8path(existing->path) != target)
+    fs::remove(fs::u8path(existing->path), ec);
   if (!ReplaceFileContents(U8(target), FormatCustomPreset(preset))) {
     message = "The preset could not be written to " + U8(target) + ".";
     return false;
@@ -468,7 +484,8 @@ bool CustomPresetStore::Save(const CustomPreset& preset, bool replace, std::stri
   return false;
 }
 
-bool CustomPresetStore::Import(const std::string& path, CustomPreset& imported, std::string& message) const try {
+bool CustomPresetStore::Import(const std::string& path, CustomPreset& imported, std::string& message) const
+    try {
   CustomPreset preset;
   if (!ReadCustomPresetFile(path, preset, message)) return false;
   if (!Save(preset, false, message)) return false;

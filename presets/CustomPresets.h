@@ -42,19 +42,19 @@ inline constexpr size_t kMaxCustomPresetNameChars = 64;
 
 struct CustomPreset {
   std::string name;
-  int target = -23;            // 17
-  int upper = -23;             // 10
-  int lower = -70;             // 11
-  double truePeakMax = -1.0;   // 13
-  int relativeGateLU = -10;    // 96, stored as the index of the matching choice
-  bool lkfs = false;           // 15
-  int gateMode = 0;            // 12
-  double maximum = 30.0;       // 33 and 34
-  int p77 = 16;                // 77
-  double rangeUpper = 30.0;    // 36
-  double rangeLower = -70.0;   // 37
-  double dialTarget = 30.0;    // 92
-  double percent = 100.0;      // 42
+  int target = -23;           // 17
+  int upper = -23;            // 10
+  int lower = -70;            // 11
+  double truePeakMax = -1.0;  // 13
+  int relativeGateLU = -10;   // 96, stored as the index of the matching choice
+  bool lkfs = false;          // 15
+  int gateMode = 0;           // 12
+  double maximum = 30.0;      // 33 and 34
+  int p77 = 16;               // 77
+  double rangeUpper = 30.0;   // 36
+  double rangeLower = -70.0;  // 37
+  double dialTarget = 30.0;   // 92
+  double percent = 100.0;     // 42
 
   bool operator==(const CustomPreset&) const = default;
 };

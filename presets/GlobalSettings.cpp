@@ -1,8 +1,8 @@
 #include "presets/GlobalSettings.h"
 
 #include <atomic>
-#include <chrono>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -51,7 +51,8 @@ std::string SettingsFolder(bool create) {
 #ifdef _WIN32
     folder = EnvironmentUtf8("APPDATA", ".") + "/Velorum";
 #else
-    const std::string config = EnvironmentUtf8("XDG_CONFIG_HOME", EnvironmentUtf8("HOME", "/tmp") + "/.config");
+    const std::string config =
+        EnvironmentUtf8("XDG_CONFIG_HOME", EnvironmentUtf8("HOME", "/tmp") + "/.config");
     folder = config + "/Velorum";
 #endif
   }
@@ -116,7 +117,9 @@ SettingsFile::SettingsFile(std::string folder) : mFolder(std::move(folder)) {
   }
 }
 
-std::string SettingsFile::Path() const { return mFolder + "/" + kSettingsFileName; }
+std::string SettingsFile::Path() const {
+  return mFolder + "/" + kSettingsFileName;
+}
 
 std::optional<std::string> SettingsFile::Get(std::string_view key) const {
   for (const std::string& line : mLines) {

@@ -52,15 +52,35 @@ constexpr const LoudnessStandard& Row(int index) {
 constexpr StandardsMenuItem kMenu[] = {
     {nullptr, &Row(29)},
     {"FILM - TV - GAMING", nullptr},
-    {nullptr, &Row(0)},  {nullptr, &Row(1)},  {nullptr, &Row(13)}, {nullptr, &Row(2)},
-    {nullptr, &Row(38)}, {nullptr, &Row(3)},  {nullptr, &Row(4)},  {nullptr, &Row(5)},
-    {nullptr, &Row(11)}, {nullptr, &Row(12)},
+    {nullptr, &Row(0)},
+    {nullptr, &Row(1)},
+    {nullptr, &Row(13)},
+    {nullptr, &Row(2)},
+    {nullptr, &Row(38)},
+    {nullptr, &Row(3)},
+    {nullptr, &Row(4)},
+    {nullptr, &Row(5)},
+    {nullptr, &Row(11)},
+    {nullptr, &Row(12)},
     {"ONLINE STREAMING", nullptr},
-    {nullptr, &Row(36)}, {nullptr, &Row(37)}, {nullptr, &Row(6)},  {nullptr, &Row(35)},
-    {nullptr, &Row(7)},  {nullptr, &Row(25)}, {nullptr, &Row(8)},  {nullptr, &Row(9)},
-    {nullptr, &Row(24)}, {nullptr, &Row(10)}, {nullptr, &Row(30)}, {nullptr, &Row(28)},
-    {nullptr, &Row(31)}, {nullptr, &Row(32)}, {nullptr, &Row(26)}, {nullptr, &Row(27)},
-    {nullptr, &Row(33)}, {nullptr, &Row(34)},
+    {nullptr, &Row(36)},
+    {nullptr, &Row(37)},
+    {nullptr, &Row(6)},
+    {nullptr, &Row(35)},
+    {nullptr, &Row(7)},
+    {nullptr, &Row(25)},
+    {nullptr, &Row(8)},
+    {nullptr, &Row(9)},
+    {nullptr, &Row(24)},
+    {nullptr, &Row(10)},
+    {nullptr, &Row(30)},
+    {nullptr, &Row(28)},
+    {nullptr, &Row(31)},
+    {nullptr, &Row(32)},
+    {nullptr, &Row(26)},
+    {nullptr, &Row(27)},
+    {nullptr, &Row(33)},
+    {nullptr, &Row(34)},
     {"CUSTOM PRESETS", nullptr},
 };
 
@@ -80,9 +100,13 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-std::span<const LoudnessStandard> LoudnessStandards() { return kStandards; }
+std::span<const LoudnessStandard> LoudnessStandards() {
+  return kStandards;
+}
 
-std::span<const StandardsMenuItem> StandardsMenu() { return kMenu; }
+std::span<const StandardsMenuItem> StandardsMenu() {
+  return kMenu;
+}
 
 const LoudnessStandard* FindStandard(int index) {
   for (const auto& s : kStandards)

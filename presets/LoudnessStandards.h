@@ -10,14 +10,14 @@ namespace velorum {
 
 // Internal parameter indices written by a standard.
 namespace preset_param {
-inline constexpr int kUpper = 10;         // upper limit of the integrated tolerance window
-inline constexpr int kLower = 11;         // lower limit; -70 means none
-inline constexpr int kGateMode = 12;      // integrated gate mode 0, 1 or 2
-inline constexpr int kTruePeakMax = 13;   // dBTP
-inline constexpr int kUnitLkfs = 15;      // 1 shows "LKFS", 0 "LUFS"
-inline constexpr int kTarget = 17;        // integrated-loudness target
-inline constexpr int kCustomFlag = 22;    // cleared by the retired indices 14..23
-inline constexpr int kMax1 = 33;          // both set to the row's maximum; 30 = none
+inline constexpr int kUpper = 10;        // upper limit of the integrated tolerance window
+inline constexpr int kLower = 11;        // lower limit; -70 means none
+inline constexpr int kGateMode = 12;     // integrated gate mode 0, 1 or 2
+inline constexpr int kTruePeakMax = 13;  // dBTP
+inline constexpr int kUnitLkfs = 15;     // 1 shows "LKFS", 0 "LUFS"
+inline constexpr int kTarget = 17;       // integrated-loudness target
+inline constexpr int kCustomFlag = 22;   // cleared by the retired indices 14..23
+inline constexpr int kMax1 = 33;         // both set to the row's maximum; 30 = none
 inline constexpr int kMax2 = 34;
 inline constexpr int kRangeUpper = 36;    // second range; 30 = none
 inline constexpr int kRangeLower = 37;    // -70 = none
@@ -32,22 +32,22 @@ inline constexpr int kRelativeGate = 96;  // index of the relative-gate choice
 inline constexpr int kRelativeGateChoicesLU[] = {-100, -8, -10};
 
 struct LoudnessStandard {
-  int index;               // identity of the item; fixed, not contiguous
-  const char* menuText;    // as the menu shows it
-  const char* shortName;   // as the closed drop-down shows it
+  int index;              // identity of the item; fixed, not contiguous
+  const char* menuText;   // as the menu shows it
+  const char* shortName;  // as the closed drop-down shows it
   int target;
   int upper;
   int lower;
   double truePeakMax;
-  int relativeGateLU;      // -10 or -8
-  bool lkfs;               // unit shown: "LKFS" when true, "LUFS" otherwise
+  int relativeGateLU;  // -10 or -8
+  bool lkfs;           // unit shown: "LKFS" when true, "LUFS" otherwise
   int gateMode;
-  int maximum;             // parameters 33 and 34
+  int maximum;  // parameters 33 and 34
   int p77;
-  int rangeUpper;          // parameter 36
-  int rangeLower;          // parameter 37
-  int dialTarget;          // parameter 92
-  int percent;             // parameter 42
+  int rangeUpper;  // parameter 36
+  int rangeLower;  // parameter 37
+  int dialTarget;  // parameter 92
+  int percent;     // parameter 42
 };
 
 // One line of the drop-down menu: a group header or a standard.

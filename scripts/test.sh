@@ -6,6 +6,9 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh
 jobs=${VELORUM_JOBS:-$(nproc)}
 
+# Every C and C++ file keeps the project's .clang-format.
+scripts/check-format.sh
+
 scripts/build.sh release
 ctest --test-dir build --output-on-failure -j "$jobs"
 

@@ -13,41 +13,57 @@ namespace velorum::ui {
 DistributionDisplay::DistributionDisplay(EditorHost& host, const IRECT& r, Kind kind)
     : MeterControl(host, r), mKind(kind) {
   switch (kind) {
-    case Kind::Loudness: SetTooltip("How often each momentary loudness occurred."); break;
-    case Kind::Dynamics: SetTooltip("How often each realtime dynamics value occurred."); break;
-    case Kind::TruePeak: SetTooltip("How often each true-peak value occurred."); break;
+    case Kind::Loudness:
+      SetTooltip("How often each momentary loudness occurred.");
+      break;
+    case Kind::Dynamics:
+      SetTooltip("How often each realtime dynamics value occurred.");
+      break;
+    case Kind::TruePeak:
+      SetTooltip("How often each true-peak value occurred.");
+      break;
   }
 }
 
 const Distribution& DistributionDisplay::Bins() const {
   const MeterModel& m = mHost.Model();
   switch (mKind) {
-    case Kind::Loudness: return m.LoudnessBins();
-    case Kind::Dynamics: return m.DynamicsBins();
-    default: return m.TruePeakBins();
+    case Kind::Loudness:
+      return m.LoudnessBins();
+    case Kind::Dynamics:
+      return m.DynamicsBins();
+    default:
+      return m.TruePeakBins();
   }
 }
 
 double DistributionDisplay::Low() const {
   switch (mKind) {
-    case Kind::Loudness: return mHost.Model().Targets().target - 36.0;
-    case Kind::Dynamics: return 0.0;
-    default: return -48.0;
+    case Kind::Loudness:
+      return mHost.Model().Targets().target - 36.0;
+    case Kind::Dynamics:
+      return 0.0;
+    default:
+      return -48.0;
   }
 }
 
 double DistributionDisplay::High() const {
   switch (mKind) {
-    case Kind::Loudness: return mHost.Model().Targets().target + 18.0;
-    case Kind::Dynamics: return 30.0;
-    default: return 3.0;
+    case Kind::Loudness:
+      return mHost.Model().Targets().target + 18.0;
+    case Kind::Dynamics:
+      return 30.0;
+    default:
+      return 3.0;
   }
 }
 
 bool DistributionDisplay::DrawBarsAccelerated(tgraphics& g, tg_gl_plot& gl, const DRect& p,
                                               const std::vector<double>& counts, const tg_color& color) {
   const double scale = g.device_scale();
-  const int w = static_cast<int>(std::lround(p.W() * scale)), h = static_cast<int>(std::lround(p.H() * scale));
+  const int w = static_cast<int>(std::lround(p.W() * scale)),
+            h = static_cast<int>(std::lround(p.H() * scale));
   const double bw = double(p.W()) / double(counts.size());
   std::vector<float> rects;
   for (size_t b = 0; b < counts.size(); ++b) {
@@ -122,8 +138,8 @@ void DistributionDisplay::Draw(tgraphics& g) {
   const double step = (high - low) > 40.0 ? 12.0 : 6.0;
   for (double v = std::ceil(low / step) * step; v <= high + 1e-9; v += step) {
     const double x = p.L + (v - low) / (high - low) * p.W();
-    DrawLabel(g, std::to_string(static_cast<int>(std::lround(v))), x - 14.0, p.B + 2.0, 28.0, 14.0, 8.0, t.dim,
-              tg_align::center, "OpenSans-Regular");
+    DrawLabel(g, std::to_string(static_cast<int>(std::lround(v))), x - 14.0, p.B + 2.0, 28.0, 14.0, 8.0,
+              t.dim, tg_align::center, "OpenSans-Regular");
   }
   g.new_path();
   g.move_to(p.L, p.B + 0.5);

@@ -6,9 +6,12 @@
 
 namespace velorum::ui {
 
-DropDownMenu::DropDownMenu(EditorHost& host) : MeterControl(host, IRECT()) { Hide(true); }
+DropDownMenu::DropDownMenu(EditorHost& host) : MeterControl(host, IRECT()) {
+  Hide(true);
+}
 
-void DropDownMenu::Open(const std::vector<MenuItem>& items, const IRECT& anchor, std::function<void(int)> choose) {
+void DropDownMenu::Open(const std::vector<MenuItem>& items, const IRECT& anchor,
+                        std::function<void(int)> choose) {
   IGraphics* ui = GetGUI();
   if (!ui || items.empty()) return;
   mItems = items;

@@ -19,11 +19,13 @@ class tg_gl_plot;
 
 namespace velorum::ui {
 
-inline DRect D(const IRECT& r) { return {double(r.L), double(r.T), double(r.R), double(r.B)}; }
+inline DRect D(const IRECT& r) {
+  return {double(r.L), double(r.T), double(r.R), double(r.B)};
+}
 
 struct MenuItem {
   std::string text;
-  int id = -1;           // -1 for a group header
+  int id = -1;  // -1 for a group header
   bool checked = false;
   bool enabled = true;
   bool header = false;
@@ -37,7 +39,8 @@ class EditorHost {
   virtual MeterModel& Model() = 0;
   virtual UiSettings& Settings() = 0;
   // Opens a pop-up menu under `anchor`; `choose` gets the chosen item's id.
-  virtual void OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor, std::function<void(int)> choose) = 0;
+  virtual void OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor,
+                        std::function<void(int)> choose) = 0;
   // A message with buttons ("OK", or "Yes" and "No"); `answer` gets the index of the button.
   virtual void ShowMessage(const std::string& text, const std::vector<std::string>& buttons,
                            std::function<void(int)> answer = nullptr) = 0;

@@ -25,13 +25,19 @@ bool ExportAvailable(ExportKind kind) {
 
 const char* ExportExtension(ExportKind kind) {
   switch (kind) {
-    case ExportKind::TextSummary: return "txt";
+    case ExportKind::TextSummary:
+      return "txt";
     case ExportKind::Csv:
-    case ExportKind::DolbyCsv: return "csv";
-    case ExportKind::Png: return "png";
-    case ExportKind::Svg: return "svg";
-    case ExportKind::Pdf: return "pdf";
-    case ExportKind::NormalizedWav: return "wav";
+    case ExportKind::DolbyCsv:
+      return "csv";
+    case ExportKind::Png:
+      return "png";
+    case ExportKind::Svg:
+      return "svg";
+    case ExportKind::Pdf:
+      return "pdf";
+    case ExportKind::NormalizedWav:
+      return "wav";
   }
   return "txt";
 }
@@ -53,7 +59,8 @@ SummaryValues Values(const MeterModel& model) {
   const LoudnessEngine& e = model.Engine();
   s.plr = v.plr;
   if (v.rangeSelected) {
-    const auto b = static_cast<int32_t>(model.SelectionBegin() * 10.0), en = static_cast<int32_t>(model.SelectionEnd() * 10.0);
+    const auto b = static_cast<int32_t>(model.SelectionBegin() * 10.0),
+               en = static_cast<int32_t>(model.SelectionEnd() * 10.0);
     s.loudnessRange = e.MeasureRange(b, en).loudnessRange;
   } else {
     // The exported values are those of the programme so far with the final
@@ -106,7 +113,8 @@ bool BuildTextExport(MeterModel& model, const UiSettings& settings, ExportKind k
     } else {
       const ChannelLayout& layout = LayoutAt(model.Engine().Layout());
       in.channels = static_cast<uint32_t>(layout.channelCount);
-      for (int c = 0; c < layout.channelCount; ++c) in.channelNames.emplace_back(layout.channelNames[size_t(c)]);
+      for (int c = 0; c < layout.channelCount; ++c)
+        in.channelNames.emplace_back(layout.channelNames[size_t(c)]);
       const LoudnessEngine& e = model.Engine();
       EngineLock lock(e.Mutex());
       end = double(e.History().Size10()) * 0.01;

@@ -9,7 +9,9 @@ struct FileAnalysis::Impl {
   std::unique_ptr<OfflineAnalysis> driver;
 };
 
-bool FileAnalysisAvailable() { return true; }
+bool FileAnalysisAvailable() {
+  return true;
+}
 
 FileAnalysis::FileAnalysis() : mImpl(std::make_unique<Impl>()) {}
 
@@ -42,15 +44,22 @@ bool FileAnalysis::Start(const std::vector<std::string>& paths, bool ecoTruePeak
 FileAnalysis::State FileAnalysis::Poll() const {
   if (!mImpl->driver) return State::Idle;
   switch (mImpl->driver->state()) {
-    case OfflineAnalysis::Busy: return State::Busy;
-    case OfflineAnalysis::Done: return State::Done;
-    case OfflineAnalysis::Failed: return State::Failed;
-    case OfflineAnalysis::Cancelled: return State::Cancelled;
-    default: return State::Idle;
+    case OfflineAnalysis::Busy:
+      return State::Busy;
+    case OfflineAnalysis::Done:
+      return State::Done;
+    case OfflineAnalysis::Failed:
+      return State::Failed;
+    case OfflineAnalysis::Cancelled:
+      return State::Cancelled;
+    default:
+      return State::Idle;
   }
 }
 
-int FileAnalysis::Progress() const { return mImpl->driver ? mImpl->driver->progress() : 0; }
+int FileAnalysis::Progress() const {
+  return mImpl->driver ? mImpl->driver->progress() : 0;
+}
 
 void FileAnalysis::Cancel() {
   if (mImpl->driver) mImpl->driver->cancel();

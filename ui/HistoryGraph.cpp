@@ -9,13 +9,14 @@
 namespace velorum::ui {
 namespace {
 
-constexpr double kStep10 = 0.01;   // seconds per 10 ms entry
-constexpr double kMinView = 1.0;   // shortest view, seconds
+constexpr double kStep10 = 0.01;  // seconds per 10 ms entry
+constexpr double kMinView = 1.0;  // shortest view, seconds
 }  // namespace
 
 HistoryGraph::HistoryGraph(EditorHost& host, const IRECT& r) : MeterControl(host, r) {
-  SetTooltip("Loudness history. Drag to select a range, click to clear it, wheel to zoom (Shift: scroll), "
-             "double-click to show the whole measurement.");
+  SetTooltip(
+      "Loudness history. Drag to select a range, click to clear it, wheel to zoom (Shift: scroll), "
+      "double-click to show the whole measurement.");
 }
 
 IRECT HistoryGraph::PlotRect() const {
@@ -178,20 +179,32 @@ void HistoryGraph::OnMouseOut() {
 
 bool HistoryGraph::OnKeyDown(float x, float, int key) {
   switch (key) {
-    case KEY_LEFTARROW: ScrollBy(-mViewLength * 0.1); return true;
-    case KEY_RIGHTARROW: ScrollBy(mViewLength * 0.1); return true;
-    case KEY_UPARROW: Zoom(1.25, x); return true;
-    case KEY_DOWNARROW: Zoom(0.8, x); return true;
-    default: return false;
+    case KEY_LEFTARROW:
+      ScrollBy(-mViewLength * 0.1);
+      return true;
+    case KEY_RIGHTARROW:
+      ScrollBy(mViewLength * 0.1);
+      return true;
+    case KEY_UPARROW:
+      Zoom(1.25, x);
+      return true;
+    case KEY_DOWNARROW:
+      Zoom(0.8, x);
+      return true;
+    default:
+      return false;
   }
 }
 
-void HistoryGraph::Draw(tgraphics& g) { DrawInto(g, true); }
+void HistoryGraph::Draw(tgraphics& g) {
+  DrawInto(g, true);
+}
 
 bool HistoryGraph::DrawCurvesAccelerated(tgraphics& g, tg_gl_plot& gl, const DRect& p) {
   const Theme& t = Colors();
   const double scale = g.device_scale();
-  const int w = static_cast<int>(std::lround(p.W() * scale)), h = static_cast<int>(std::lround(p.H() * scale));
+  const int w = static_cast<int>(std::lround(p.W() * scale)),
+            h = static_cast<int>(std::lround(p.H() * scale));
   if (!mGpu) mGpu = std::make_unique<HistoryGpuCache>();
   mGpu->Sync(gl, mHost.Model().Engine());
   if (!gl.begin(w, h)) return false;
@@ -246,10 +259,10 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
   // renders always draw with cairo. The OpenGL path reads the histories
   // itself, so only the column under the pointer is decimated here.
   tg_gl_plot* gl = interactive && DrawsToWindow(g) ? mHost.Accelerated() : nullptr;
-  const int hover = interactive && mHoverX >= 0.f
-                        ? std::clamp(static_cast<int>((double(mHoverX) - p.L) / (double(p.W()) / columns)), 0,
-                                     columns - 1)
-                        : -1;
+  const int hover =
+      interactive && mHoverX >= 0.f
+          ? std::clamp(static_cast<int>((double(mHoverX) - p.L) / (double(p.W()) / columns)), 0, columns - 1)
+          : -1;
   const PlotColumns cols = gl ? ReadPlotColumns(m.Engine(), columns, settle, hover, hover + 1)
                               : ReadPlotColumns(m.Engine(), columns, settle);
   PlotAccelerator accelerator;
@@ -280,11 +293,12 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
     g.set_color(WithAlpha(t.text, 0.6));
     g.stroke();
     const double at = mViewStart + mViewLength * (c + 0.5) / columns;
-    const std::string lines[5] = {FormatAxisTime(at, mode, fps, m.SystemStartSeconds(), true),
-                                  "M  " + FormatLoudness(std::isnan(mMax[size_t(c)]) ? -120.0 : mMax[size_t(c)]),
-                                  "S  " + FormatLoudness(std::isnan(sLast[size_t(c)]) ? -120.0 : sLast[size_t(c)]),
-                                  "I  " + FormatLoudness(std::isnan(iLast[size_t(c)]) ? -120.0 : iLast[size_t(c)]),
-                                  "TP " + FormatLoudness(std::isnan(tpMax[size_t(c)]) ? -120.0 : tpMax[size_t(c)])};
+    const std::string lines[5] = {
+        FormatAxisTime(at, mode, fps, m.SystemStartSeconds(), true),
+        "M  " + FormatLoudness(std::isnan(mMax[size_t(c)]) ? -120.0 : mMax[size_t(c)]),
+        "S  " + FormatLoudness(std::isnan(sLast[size_t(c)]) ? -120.0 : sLast[size_t(c)]),
+        "I  " + FormatLoudness(std::isnan(iLast[size_t(c)]) ? -120.0 : iLast[size_t(c)]),
+        "TP " + FormatLoudness(std::isnan(tpMax[size_t(c)]) ? -120.0 : tpMax[size_t(c)])};
     const double bw = 92.0, bh = 5 * 13.0 + 8.0;
     const double bx = x + 8.0 + bw < p.R ? x + 8.0 : x - 8.0 - bw, by = p.T + 6.0;
     g.new_path();
@@ -300,7 +314,8 @@ void HistoryGraph::DrawInto(tgraphics& g, bool interactive) {
   }
 
   if (interactive && m.HasSelection() && r.W() > 680.) {
-    const std::string text = FormatAxisTime(m.SelectionBegin(), mode, fps, m.SystemStartSeconds(), true) + " - " +
+    const std::string text = FormatAxisTime(m.SelectionBegin(), mode, fps, m.SystemStartSeconds(), true) +
+                             " - " +
                              FormatAxisTime(m.SelectionEnd(), mode, fps, m.SystemStartSeconds(), true);
     DrawLabel(g, "SELECTION " + text, r.L + 130.0, r.T + 3.0, 200.0, 14.0, 8.5, t.accent);
   }

@@ -48,7 +48,10 @@ class HistoryGraph : public MeterControl {
   double TimeAtX(float x) const;
   float XAtTime(double seconds) const;
   bool CurveShown(int curve) const { return mShown[curve]; }
-  void ShowCurve(int curve, bool on) { mShown[curve] = on; SetDirty(); }
+  void ShowCurve(int curve, bool on) {
+    mShown[curve] = on;
+    SetDirty();
+  }
   // Draws with an explicit total (the image export uses it).
   void DrawInto(tgraphics& g, bool interactive);
 
@@ -65,7 +68,7 @@ class HistoryGraph : public MeterControl {
   double mDragAnchor = 0.0;
   bool mDragMoved = false;
   double mLow = -60.0, mHigh = 0.0;
-  float mHoverX = -1.f;  // the pointer over the plot, -1 when away
+  float mHoverX = -1.f;                   // the pointer over the plot, -1 when away
   std::unique_ptr<HistoryGpuCache> mGpu;  // only once the OpenGL path draws
 };
 

@@ -30,7 +30,8 @@ void LoudnessMeterBar::Draw(tgraphics& g) {
 
   // Ballistics: rise at once, fall at 24 dB/s so that the bars read calmly.
   const auto now = std::chrono::steady_clock::now();
-  const double dt = mLast.time_since_epoch().count() ? std::chrono::duration<double>(now - mLast).count() : 1.0;
+  const double dt =
+      mLast.time_since_epoch().count() ? std::chrono::duration<double>(now - mLast).count() : 1.0;
   mLast = now;
   auto follow = [&](double shown, double value) {
     return value >= shown ? value : std::max(value, shown - 24.0 * std::min(dt, 1.0));

@@ -8,8 +8,9 @@
 namespace velorum::ui {
 
 LoudnessReadout::LoudnessReadout(EditorHost& host, const IRECT& r) : MeterControl(host, r) {
-  SetTooltip("Integrated loudness against the target of the chosen standard. Select a range on the graph to read "
-             "its integrated value.");
+  SetTooltip(
+      "Integrated loudness against the target of the chosen standard. Select a range on the graph to read "
+      "its integrated value.");
 }
 
 int LoudnessReadout::IntegratedState(double lufs, const TargetWindow& t) {
@@ -49,8 +50,9 @@ std::vector<ReadoutLine> LoudnessReadout::Lines() const {
     dw.lower = -70.0;
     lines.push_back({"INTEGRATED DIAL", FormatLoudness(dial), unit, FormatRelative(dial, dialTarget),
                      IntegratedState(dial, dw)});
-    lines.push_back({"Speech Content", std::to_string(static_cast<int>(std::lround(m.Engine().SpeechContent() * 100.0))),
-                     "%", "", 0});
+    lines.push_back({"Speech Content",
+                     std::to_string(static_cast<int>(std::lround(m.Engine().SpeechContent() * 100.0))), "%",
+                     "", 0});
   }
   const int stState = shortTermLimit < 29.95 && v.shortTerm > shortTermLimit ? 3 : 0;
   lines.push_back(loud("SHORT TERM", v.shortTerm, stState));
@@ -59,7 +61,8 @@ std::vector<ReadoutLine> LoudnessReadout::Lines() const {
   lines.push_back(loud("SHORT TERM MAX", v.shortTermMax, v.shortTermMax > -119.95 ? stMaxState : 0));
   lines.push_back(loud("MOMENTARY MAX", v.momentaryMax, 0));
   lines.push_back({"LOUDNESS RANGE", FormatDecimal(v.loudnessRange), "LU", "", 0});
-  lines.push_back({"TRUE PEAK MAX", FormatLoudness(v.truePeakMax), "dBTP", "", TruePeakState(v.truePeakMax, t)});
+  lines.push_back(
+      {"TRUE PEAK MAX", FormatLoudness(v.truePeakMax), "dBTP", "", TruePeakState(v.truePeakMax, t)});
   lines.push_back({"AVERAGE DYNAMICS (PLR)", FormatDecimal(v.plr), "LU", "", 0});
   lines.push_back({"REALTIME DYNAMICS", FormatDecimal(v.realtimeDynamics), "LU", "", 0});
   return lines;
@@ -73,10 +76,14 @@ void LoudnessReadout::Draw(tgraphics& g) {
   const std::vector<ReadoutLine> lines = Lines();
   auto stateColor = [&](int s) {
     switch (s) {
-      case 1: return t.ok;
-      case 2: return t.warn;
-      case 3: return t.bad;
-      default: return t.text;
+      case 1:
+        return t.ok;
+      case 2:
+        return t.warn;
+      case 3:
+        return t.bad;
+      default:
+        return t.text;
     }
   };
   const double pad = 10.0, w = r.W() - 2.0 * pad;
@@ -120,8 +127,8 @@ void LoudnessReadout::Draw(tgraphics& g) {
                 tg_align::right);
     } else {
       DrawLabel(g, l.caption, r.L + pad, y, w * 0.55, lineH, capSize, t.dim);
-      DrawLabel(g, l.value + " " + l.unit, r.L + pad + w * 0.55, y, w * 0.45, lineH, std::min(11.0, lineH * 0.6),
-                vc, tg_align::right, "OpenSans-Bold");
+      DrawLabel(g, l.value + " " + l.unit, r.L + pad + w * 0.55, y, w * 0.45, lineH,
+                std::min(11.0, lineH * 0.6), vc, tg_align::right, "OpenSans-Bold");
     }
     y += lineH;
   }

@@ -7,20 +7,19 @@
 #ifndef _WIN32
 #include "graphics/IGraphicsX11.h"
 #endif
+#include "graphics/tg_gl_plot.h"
 #include "plugin/LoudnessMeterPlugin.h"
 #include "plugin/MeterParams.h"
 #include "presets/CustomPresets.h"
 #include "presets/GlobalSettings.h"
 #include "presets/LoudnessStandards.h"
-#include "ui/UiFormat.h"
-#include "ui/DistributionDisplay.h"
 #include "ui/DesktopOpen.h"
+#include "ui/DistributionDisplay.h"
 #include "ui/DropDownMenu.h"
-#include "ui/EditorNotices.h"
 #include "ui/EditorExport.h"
+#include "ui/EditorNotices.h"
 #include "ui/ExportActions.h"
 #include "ui/FileAnalysis.h"
-#include "graphics/tg_gl_plot.h"
 #include "ui/GameView.h"
 #include "ui/HistoryGraph.h"
 #include "ui/LoudnessMeterBar.h"
@@ -32,6 +31,7 @@
 #include "ui/StatusBar.h"
 #include "ui/ToolButton.h"
 #include "ui/TruePeakMeterBar.h"
+#include "ui/UiFormat.h"
 
 namespace velorum {
 
@@ -70,12 +70,13 @@ class EditorBackground : public MeterControl {
     g.stroke();
     const double logoW = double(mLayout.buttons[0].L) - 8.;
     if (logoW > 30.)
-      DrawLabel(g, "VELORUM", 8.0, top.T, logoW - 4.0, top.H(), 12.0, t.accent, tg_align::left, "OpenSans-ExtraBold");
+      DrawLabel(g, "VELORUM", 8.0, top.T, logoW - 4.0, top.H(), 12.0, t.accent, tg_align::left,
+                "OpenSans-ExtraBold");
     const std::string unit = UnitText(mHost.Model().Param(param::kUnitLkfs) >= 0.5);
     const double right = double(mLayout.buttons[MeterLayout::kButtons - 1].R) + 8.;
     const TargetWindow tw = mHost.Model().Targets();
-    const std::string info = "TARGET " + std::to_string(static_cast<int>(tw.target)) + " " + unit + "   TP MAX " +
-                             FormatDecimal(tw.truePeakMax) + " dBTP";
+    const std::string info = "TARGET " + std::to_string(static_cast<int>(tw.target)) + " " + unit +
+                             "   TP MAX " + FormatDecimal(tw.truePeakMax) + " dBTP";
     if (top.R - right > 60.)
       DrawLabel(g, info, right, top.T, top.R - right - 28.0, top.H(), 10.0, t.dim, tg_align::right);
   }
@@ -89,7 +90,8 @@ class EditorBackground : public MeterControl {
     if (mod.S && onSecret && px >= 4.0 && px < logoR && py >= top.T && py < top.B) onSecret();
   }
   bool AcceptsDrop() const override { return true; }
-  bool OnDrop(const std::vector<std::string>& paths, const std::vector<int>& isDirectory, float, float) override {
+  bool OnDrop(const std::vector<std::string>& paths, const std::vector<int>& isDirectory, float,
+              float) override {
     std::vector<std::string> files;
     for (size_t i = 0; i < paths.size(); ++i)
       if (i >= isDirectory.size() || !isDirectory[i]) files.push_back(paths[i]);
@@ -106,7 +108,9 @@ class EditorBackground : public MeterControl {
 // marks it dirty, and the window draws it on its own thread.
 class FrameControl : public IControl {
  public:
-  FrameControl(MeterEditor& editor) : IControl(IRECT(0., 0., 1., 1.)), mEditor(editor) { SetIgnoreMouse(true); }
+  FrameControl(MeterEditor& editor) : IControl(IRECT(0., 0., 1., 1.)), mEditor(editor) {
+    SetIgnoreMouse(true);
+  }
   void Draw(tgraphics&) override { mEditor.OnFrame(); }
 
  private:
@@ -130,7 +134,9 @@ std::string TrimBlanks(const std::string& s) {
   return s.substr(b, s.find_last_not_of(" \t\r\n") - b + 1);
 }
 
-bool IsCustomIndex(int index) { return index >= kFirstCustomPresetIndex && index <= kLastCustomPresetIndex; }
+bool IsCustomIndex(int index) {
+  return index >= kFirstCustomPresetIndex && index <= kLastCustomPresetIndex;
+}
 
 // Whether the desktop has a file dialog: always on Windows; on Linux when
 // zenity or kdialog is installed (otherwise paths are typed).
@@ -151,7 +157,9 @@ std::string Stem(const std::string& path) {
 }  // namespace
 
 MeterEditor::MeterEditor(LoudnessMeterPlugin& plugin)
-    : mPlugin(plugin), mSettings(UiSettings::Folder()), mModel(std::make_unique<MeterModel>(plugin)),
+    : mPlugin(plugin),
+      mSettings(UiSettings::Folder()),
+      mModel(std::make_unique<MeterModel>(plugin)),
       mAnalysis(std::make_unique<FileAnalysis>()),
       mNotices(std::make_unique<EditorNotices>(*this, mSettings.FolderPath(), &OpenWithDesktop)) {
   mGraphics = IGraphics::Create(ThisModuleHandle(), MeterLayout::kBaseWidth, MeterLayout::kBaseHeight, 60);
@@ -180,16 +188,19 @@ void MeterEditor::BuildControls() {
   mLoudnessBar = ui.Attach<LoudnessMeterBar>(*this, mLayout.loudnessBar);
   mPeakBars = ui.Attach<TruePeakMeterBar>(*this, mLayout.truePeakBar);
   mGraph = ui.Attach<HistoryGraph>(*this, mLayout.graph);
-  mHistograms[0] = ui.Attach<DistributionDisplay>(*this, mLayout.histograms[0], DistributionDisplay::Kind::Loudness);
-  mHistograms[1] = ui.Attach<DistributionDisplay>(*this, mLayout.histograms[1], DistributionDisplay::Kind::Dynamics);
-  mHistograms[2] = ui.Attach<DistributionDisplay>(*this, mLayout.histograms[2], DistributionDisplay::Kind::TruePeak);
+  mHistograms[0] =
+      ui.Attach<DistributionDisplay>(*this, mLayout.histograms[0], DistributionDisplay::Kind::Loudness);
+  mHistograms[1] =
+      ui.Attach<DistributionDisplay>(*this, mLayout.histograms[1], DistributionDisplay::Kind::Dynamics);
+  mHistograms[2] =
+      ui.Attach<DistributionDisplay>(*this, mLayout.histograms[2], DistributionDisplay::Kind::TruePeak);
   mStatus = ui.Attach<StatusBar>(*this, mLayout.statusBar);
 
   MeterModel& m = *mModel;
   LoudnessMeterPlugin& p = mPlugin;
   auto* preset = ui.Attach<OpenFileButton>(
-      *this, mLayout.buttons[MeterLayout::kPreset], [&m] { return m.PresetShortName(); }, [this] { OpenPresetMenu(); },
-      nullptr, true);
+      *this, mLayout.buttons[MeterLayout::kPreset], [&m] { return m.PresetShortName(); },
+      [this] { OpenPresetMenu(); }, nullptr, true);
   preset->onText = [this](const std::string& text) {
     auto entry = std::move(mPresetEntry);
     mPresetEntry = nullptr;
@@ -198,7 +209,8 @@ void MeterEditor::BuildControls() {
   mButtons[MeterLayout::kPreset] = preset;
   mButtons[MeterLayout::kPreset]->SetTooltip("Choose the loudness standard or delivery target.");
   mButtons[MeterLayout::kPause] = ui.Attach<ToolButton>(
-      *this, mLayout.buttons[MeterLayout::kPause], [&p] { return std::string(p.Measuring() ? "PAUSE" : "RESUME"); },
+      *this, mLayout.buttons[MeterLayout::kPause],
+      [&p] { return std::string(p.Measuring() ? "PAUSE" : "RESUME"); },
       [this, &p] {
         mModel->SetParam(param::kPaused, p.Measuring() ? 1.0 : 0.0);
         RedrawAll();
@@ -214,24 +226,28 @@ void MeterEditor::BuildControls() {
       });
   mButtons[MeterLayout::kReset]->SetTooltip("Reset the measurement.");
   mButtons[MeterLayout::kSource] = ui.Attach<ToolButton>(
-      *this, mLayout.buttons[MeterLayout::kSource], [&m] { return std::string(m.ShowingFile() ? "FILE" : "LIVE"); },
+      *this, mLayout.buttons[MeterLayout::kSource],
+      [&m] { return std::string(m.ShowingFile() ? "FILE" : "LIVE"); },
       [this] {
-        if (mModel->ShowingFile()) mModel->ShowLive();
-        else if (mModel->File()) mModel->ShowFile(nullptr);
+        if (mModel->ShowingFile())
+          mModel->ShowLive();
+        else if (mModel->File())
+          mModel->ShowFile(nullptr);
         RedrawAll();
       },
       [&m] { return m.ShowingFile(); });
   mButtons[MeterLayout::kSource]->SetTooltip("Show the live measurement or the analysed file.");
   auto* open = ui.Attach<OpenFileButton>(
-      *this, mLayout.buttons[MeterLayout::kOpen], [] { return std::string("OPEN FILE"); }, [this] { ChooseFile(); });
+      *this, mLayout.buttons[MeterLayout::kOpen], [] { return std::string("OPEN FILE"); },
+      [this] { ChooseFile(); });
   open->onText = [this](const std::string& path) {
     if (!path.empty()) AnalyseFiles({path});
   };
   open->SetTooltip("Analyse an audio file (or drop files on the meter).");
   mButtons[MeterLayout::kOpen] = open;
   mButtons[MeterLayout::kExport] = ui.Attach<ToolButton>(
-      *this, mLayout.buttons[MeterLayout::kExport], [] { return std::string("EXPORT"); }, [this] { OpenExportMenu(); },
-      nullptr, true);
+      *this, mLayout.buttons[MeterLayout::kExport], [] { return std::string("EXPORT"); },
+      [this] { OpenExportMenu(); }, nullptr, true);
   mButtons[MeterLayout::kExport]->SetTooltip("Export the measurement.");
   mButtons[MeterLayout::kSettings] = ui.Attach<ToolButton>(
       *this, mLayout.buttons[MeterLayout::kSettings], [] { return std::string("SETTINGS"); },
@@ -333,18 +349,26 @@ void MeterEditor::SetContentScale(float scale) {
   if (scale > 0.f && std::isfinite(scale)) mGraphics->SetScreenScale(scale);
 }
 
-void MeterEditor::RefreshScaling() { mAllDirty = true; }
+void MeterEditor::RefreshScaling() {
+  mAllDirty = true;
+}
 
 void MeterEditor::OnParamChanged(int index) {
   if (index == param::kElapsedSeconds || index == param::kShownIntegrated) return;
   mParamsChanged = true;
 }
 
-void MeterEditor::SetAllDirty() { mAllDirty = true; }
+void MeterEditor::SetAllDirty() {
+  mAllDirty = true;
+}
 
-void MeterEditor::RedrawAll() { mGraphics->SetAllControlsDirty(); }
+void MeterEditor::RedrawAll() {
+  mGraphics->SetAllControlsDirty();
+}
 
-bool MeterEditor::AnalysisRunning() const { return mAnalysis->Poll() == FileAnalysis::State::Busy; }
+bool MeterEditor::AnalysisRunning() const {
+  return mAnalysis->Poll() == FileAnalysis::State::Busy;
+}
 
 void MeterEditor::OnFrame() {
   const auto now = Clock::now();
@@ -372,7 +396,9 @@ void MeterEditor::OnFrame() {
   mLastSequence = sequence;
   mLastSteps10 = steps10;
   const int graphMs = mSettings.GraphIntervalMs();
-  const auto since = [&](Clock::time_point t) { return std::chrono::duration<double, std::milli>(now - t).count(); };
+  const auto since = [&](Clock::time_point t) {
+    return std::chrono::duration<double, std::milli>(now - t).count();
+  };
   const bool active = since(mLastActivity) < 3000.0;
   if (active && since(mLastMeters) >= std::max(16, std::min(33, graphMs))) {
     mReadout->SetDirty();
@@ -433,7 +459,8 @@ void MeterEditor::OpenGame() {
   RedrawAll();
 }
 
-void MeterEditor::OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor, std::function<void(int)> choose) {
+void MeterEditor::OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor,
+                           std::function<void(int)> choose) {
   mMenu->Open(items, anchor, std::move(choose));
 }
 
@@ -448,7 +475,9 @@ void MeterEditor::ToggleSettings() {
   RedrawAll();
 }
 
-bool MeterEditor::SettingsShown() const { return mSettingsPage && !mSettingsPage->IsHidden(); }
+bool MeterEditor::SettingsShown() const {
+  return mSettingsPage && !mSettingsPage->IsHidden();
+}
 
 void MeterEditor::ApplyTheme() {
   for (int i = 0; i < mGraphics->NControls(); ++i)
@@ -462,15 +491,19 @@ void MeterEditor::SetGuiScale(float scale) {
   RedrawAll();
 }
 
-float MeterEditor::GuiScale() const { return mResize->GetGUIScale(); }
+float MeterEditor::GuiScale() const {
+  return mResize->GetGUIScale();
+}
 
 void MeterEditor::OpenPresetMenu() {
   // The presets as the menu shows them: a choice applies the preset seen,
   // even if another instance changes the folder while the menu is open.
-  auto custom = std::make_shared<std::vector<CustomPresetEntry>>(CustomPresetStore(mSettings.FolderPath()).List());
+  auto custom =
+      std::make_shared<std::vector<CustomPresetEntry>>(CustomPresetStore(mSettings.FolderPath()).List());
   std::vector<std::string> names;
   for (const CustomPresetEntry& e : *custom) names.push_back(e.preset.name);
-  const std::vector<MenuItem> items = PresetMenuItems(mPlugin.ShownStandard(), names, mPlugin.ShownCustomPreset());
+  const std::vector<MenuItem> items =
+      PresetMenuItems(mPlugin.ShownStandard(), names, mPlugin.ShownCustomPreset());
   OpenMenu(items, mButtons[MeterLayout::kPreset]->GetRECT(), [this, custom](int id) {
     if (IsCustomIndex(id)) {
       const size_t position = static_cast<size_t>(id - kFirstCustomPresetIndex);
@@ -513,8 +546,8 @@ void MeterEditor::SavePreset(const std::string& typedName, bool replace) {
   const CustomPresetStore store(mSettings.FolderPath());
   if (!replace) {
     if (const std::optional<CustomPresetEntry> existing = store.Find(name)) {
-      ShowMessage("A preset named \"" + existing->preset.name + "\" already exists. Replace it?", {"Yes", "No"},
-                  [this, name](int answer) {
+      ShowMessage("A preset named \"" + existing->preset.name + "\" already exists. Replace it?",
+                  {"Yes", "No"}, [this, name](int answer) {
                     if (answer == 0) SavePreset(name, true);
                   });
       return;
@@ -552,8 +585,9 @@ void MeterEditor::ImportPreset(const std::string& path) {
     ShowMessage("The preset was not imported. " + message, {"OK"});
     return;
   }
-  ShowMessage("The preset \"" + imported.name + "\" was imported. It is in the preset menu under CUSTOM PRESETS.",
-              {"OK"});
+  ShowMessage(
+      "The preset \"" + imported.name + "\" was imported. It is in the preset menu under CUSTOM PRESETS.",
+      {"OK"});
   RedrawAll();
 }
 
@@ -580,13 +614,14 @@ void MeterEditor::MakeShownPresetDefault() {
 }
 
 void MeterEditor::DeleteShownPreset() {
-  const std::string name = IsCustomIndex(mPlugin.ShownStandard()) ? mPlugin.ShownCustomPreset() : std::string();
+  const std::string name =
+      IsCustomIndex(mPlugin.ShownStandard()) ? mPlugin.ShownCustomPreset() : std::string();
   if (name.empty() || !CustomPresetStore(mSettings.FolderPath()).Find(name)) {
     ShowMessage("Choose the custom preset to delete in the menu first.", {"OK"});
     return;
   }
-  ShowMessage("Delete the preset \"" + name + "\"? The meter keeps its current settings.", {"Delete", "Cancel"},
-              [this, name](int answer) {
+  ShowMessage("Delete the preset \"" + name + "\"? The meter keeps its current settings.",
+              {"Delete", "Cancel"}, [this, name](int answer) {
                 if (answer != 0) return;
                 std::string message;
                 if (!CustomPresetStore(mSettings.FolderPath()).Remove(name, message)) {
@@ -610,9 +645,12 @@ void MeterEditor::OpenExportMenu() {
   static const struct {
     const char* text;
     ExportKind kind;
-  } kItems[] = {{"TEXT SUMMARY", ExportKind::TextSummary}, {"CSV", ExportKind::Csv},
-                {"DOLBY CSV", ExportKind::DolbyCsv},       {"PNG IMAGE", ExportKind::Png},
-                {"SVG IMAGE", ExportKind::Svg},            {"PDF REPORT", ExportKind::Pdf},
+  } kItems[] = {{"TEXT SUMMARY", ExportKind::TextSummary},
+                {"CSV", ExportKind::Csv},
+                {"DOLBY CSV", ExportKind::DolbyCsv},
+                {"PNG IMAGE", ExportKind::Png},
+                {"SVG IMAGE", ExportKind::Svg},
+                {"PDF REPORT", ExportKind::Pdf},
                 {"NORMALIZED WAV", ExportKind::NormalizedWav}};
   std::vector<MenuItem> items;
   for (const auto& item : kItems) {
@@ -620,7 +658,8 @@ void MeterEditor::OpenExportMenu() {
     if (item.kind == ExportKind::NormalizedWav) enabled = enabled && mModel->ShowingFile();
     items.push_back({item.text, static_cast<int>(item.kind), false, enabled, false});
   }
-  OpenMenu(items, mButtons[MeterLayout::kExport]->GetRECT(), [this](int id) { Export(static_cast<ExportKind>(id)); });
+  OpenMenu(items, mButtons[MeterLayout::kExport]->GetRECT(),
+           [this](int id) { Export(static_cast<ExportKind>(id)); });
 }
 
 void MeterEditor::ChooseFile() {
@@ -641,15 +680,18 @@ void MeterEditor::AnalyseFiles(const std::vector<std::string>& paths) {
   const int gate = static_cast<int>(std::lround(mModel->Param(param::kRelativeGate)));
   const double gateLU = gate >= 0 && gate < 3 ? kRelativeGateChoicesLU[gate] : -10.0;
   if (!mAnalysis->Start(paths, mModel->Param(param::kEcoTruePeak) >= 0.5, std::pow(10.0, gateLU / 10.0))) {
-    ShowMessage(mAnalysis->Message().empty() ? std::string("The file could not be opened.") : mAnalysis->Message(),
-                {"OK"});
+    ShowMessage(
+        mAnalysis->Message().empty() ? std::string("The file could not be opened.") : mAnalysis->Message(),
+        {"OK"});
     return;
   }
   mAnalysisShown = true;
   mStatus->SetProgress(0, mAnalysis->CurrentPath());
 }
 
-void MeterEditor::CancelAnalysis() { mAnalysis->Cancel(); }
+void MeterEditor::CancelAnalysis() {
+  mAnalysis->Cancel();
+}
 
 void MeterEditor::PollAnalysis() {
   if (!mAnalysisShown) return;
@@ -678,7 +720,8 @@ bool MeterEditor::FinishAnalysisForTests(int timeoutMs) {
 }
 
 std::string MeterEditor::ExportPath(ExportKind kind) {
-  static const char* const kSuffix[] = {"_Summary", "_History", "_Dolby", "_Graph", "_Graph", "_Report", "_Normalized"};
+  static const char* const kSuffix[] = {"_Summary", "_History", "_Dolby",     "_Graph",
+                                        "_Graph",   "_Report",  "_Normalized"};
   const std::string stem = mModel->ShowingFile() ? Stem(mModel->File()->path) : std::string("Velorum");
   const std::string name = stem + kSuffix[static_cast<int>(kind)] + "." + ExportExtension(kind);
   std::error_code ec;

@@ -56,7 +56,8 @@ class MeterEditor : public IEditor, public EditorHost {
   // EditorHost
   MeterModel& Model() override { return *mModel; }
   UiSettings& Settings() override { return mSettings; }
-  void OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor, std::function<void(int)> choose) override;
+  void OpenMenu(const std::vector<MenuItem>& items, const IRECT& anchor,
+                std::function<void(int)> choose) override;
   void ShowMessage(const std::string& text, const std::vector<std::string>& buttons,
                    std::function<void(int)> answer = nullptr) override;
   void ToggleSettings() override;

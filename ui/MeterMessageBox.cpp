@@ -6,10 +6,12 @@
 
 namespace velorum::ui {
 
-MeterMessageBox::MeterMessageBox(EditorHost& host) : MeterControl(host, IRECT()) { Hide(true); }
+MeterMessageBox::MeterMessageBox(EditorHost& host) : MeterControl(host, IRECT()) {
+  Hide(true);
+}
 
 void MeterMessageBox::Show(const std::string& text, const std::vector<std::string>& buttons,
-                      std::function<void(int)> answer) {
+                           std::function<void(int)> answer) {
   IGraphics* ui = GetGUI();
   if (!ui) return;
   mText = text;

@@ -13,7 +13,8 @@ namespace velorum::ui {
 class MeterMessageBox : public MeterControl {
  public:
   explicit MeterMessageBox(EditorHost& host);
-  void Show(const std::string& text, const std::vector<std::string>& buttons, std::function<void(int)> answer);
+  void Show(const std::string& text, const std::vector<std::string>& buttons,
+            std::function<void(int)> answer);
   // Presses button `index` as a click would.
   void Press(int index);
   bool IsShown() const { return !IsHidden(); }

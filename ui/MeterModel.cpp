@@ -18,7 +18,9 @@ void FileMeasurement::RebuildDistributions() {
   dynamics.Rebuild(engine->History());
 }
 
-MeterModel::MeterModel(LoudnessMeterPlugin& plugin) : mPlugin(plugin) { ReloadDisplayState(); }
+MeterModel::MeterModel(LoudnessMeterPlugin& plugin) : mPlugin(plugin) {
+  ReloadDisplayState();
+}
 
 void MeterModel::ReloadDisplayState() {
   std::vector<double> display;
@@ -125,7 +127,9 @@ TargetWindow MeterModel::Targets() const {
   return t;
 }
 
-double MeterModel::Param(int index) const { return mPlugin.ParamValue(index); }
+double MeterModel::Param(int index) const {
+  return mPlugin.ParamValue(index);
+}
 
 void MeterModel::SetParam(int index, double value) {
   if (mPlugin.GetParam(index)) mPlugin.SetParam(index, value);

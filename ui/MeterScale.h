@@ -4,8 +4,8 @@
 #include <algorithm>
 
 #include "graphics/IGraphicsTypes.h"
-#include "ui/EditorHost.h"
 #include "graphics/tgraphics.h"
+#include "ui/EditorHost.h"
 #include "ui/Theme.h"
 
 namespace velorum::ui {

@@ -25,7 +25,8 @@ std::string WriteNormalized(MeterModel& model, const std::string& path, std::str
                 result.resultIntegrated, result.resultTruePeak);
   report = buf;
   if (result.gainLowered) {
-    std::snprintf(buf, sizeof buf, " %.1f LU below the target: the gain was lowered to keep the true-peak maximum.",
+    std::snprintf(buf, sizeof buf,
+                  " %.1f LU below the target: the gain was lowered to keep the true-peak maximum.",
                   result.shortfallLu);
     report += buf;
   }

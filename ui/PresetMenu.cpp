@@ -9,12 +9,14 @@ std::vector<MenuItem> PresetMenuItems(int shownStandard, const std::vector<std::
                                       const std::string& shownCustom) {
   std::vector<MenuItem> items;
   for (const StandardsMenuItem& item : StandardsMenu()) {
-    if (item.header) items.push_back({item.header, -1, false, true, true});
+    if (item.header)
+      items.push_back({item.header, -1, false, true, true});
     else if (item.standard)
-      items.push_back({item.standard->menuText, item.standard->index, item.standard->index == shownStandard, true, false});
+      items.push_back({item.standard->menuText, item.standard->index, item.standard->index == shownStandard,
+                       true, false});
   }
-  const bool customShown =
-      shownStandard >= kFirstCustomPresetIndex && shownStandard <= kLastCustomPresetIndex && !shownCustom.empty();
+  const bool customShown = shownStandard >= kFirstCustomPresetIndex &&
+                           shownStandard <= kLastCustomPresetIndex && !shownCustom.empty();
   bool deletable = false;
   for (size_t i = 0; i < customNames.size() && i < kMaxCustomPresets; ++i) {
     const bool checked = customShown && SameCustomPresetName(customNames[i], shownCustom);

@@ -16,7 +16,9 @@
 namespace velorum::ui {
 namespace {
 
-int ParamInt(EditorHost& h, int index) { return static_cast<int>(std::lround(h.Model().Param(index))); }
+int ParamInt(EditorHost& h, int index) {
+  return static_cast<int>(std::lround(h.Model().Param(index)));
+}
 
 std::vector<MenuItem> Choices(std::initializer_list<std::pair<const char*, int>> list, int current) {
   std::vector<MenuItem> items;
@@ -33,19 +35,26 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
   EditorHost& h = mHost;
   auto onOff = [&h](int index) {
     return Row{"", [&h, index] { return std::string(h.Model().Param(index) >= 0.5 ? "ON" : "OFF"); },
-               [&h, index] { return Choices({{"ON", 1}, {"OFF", 0}}, h.Model().Param(index) >= 0.5 ? 1 : 0); },
+               [&h, index] {
+                 return Choices({{"ON", 1}, {"OFF", 0}}, h.Model().Param(index) >= 0.5 ? 1 : 0);
+               },
                [&h, index](int id) { h.Model().SetParam(index, id); }};
   };
   Row unit{"LOUDNESS UNIT", [&h] { return std::string(UnitText(h.Model().Param(param::kUnitLkfs) >= 0.5)); },
-           [&h] { return Choices({{"LUFS", 0}, {"LKFS", 1}}, ParamInt(h, param::kUnitLkfs)); },
+           [&h] {
+             return Choices({{"LUFS", 0}, {"LKFS", 1}}, ParamInt(h, param::kUnitLkfs));
+           },
            [&h](int id) { h.Model().SetParam(param::kUnitLkfs, id); }};
   mRows.push_back(unit);
   Row gate{"RELATIVE GATE",
            [&h] {
              const int i = ParamInt(h, param::kRelativeGate);
-             return i >= 0 && i < 3 ? std::to_string(kRelativeGateChoicesLU[i]) + " LU" : std::string("-10 LU");
+             return i >= 0 && i < 3 ? std::to_string(kRelativeGateChoicesLU[i]) + " LU"
+                                    : std::string("-10 LU");
            },
-           [&h] { return Choices({{"-10 LU", 2}, {"-8 LU", 1}, {"-100 LU", 0}}, ParamInt(h, param::kRelativeGate)); },
+           [&h] {
+             return Choices({{"-10 LU", 2}, {"-8 LU", 1}, {"-100 LU", 0}}, ParamInt(h, param::kRelativeGate));
+           },
            [&h](int id) { h.Model().SetParam(param::kRelativeGate, id); }};
   mRows.push_back(gate);
   Row eco = onOff(param::kEcoTruePeak);
@@ -64,33 +73,39 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
   Row layout{"CHANNEL LAYOUT",
              [&h] {
                const int c = ParamInt(h, param::kChannelConfig);
-               if (c == 1000) return std::string("AUTOMATIC (") + LayoutAt(ParamInt(h, param::kConfigInUse)).name + ")";
+               if (c == 1000)
+                 return std::string("AUTOMATIC (") + LayoutAt(ParamInt(h, param::kConfigInUse)).name + ")";
                return std::string(LayoutAt(c).name);
              },
              [&h] {
                const int c = ParamInt(h, param::kChannelConfig);
                std::vector<MenuItem> items{{"AUTOMATIC", 1000, c == 1000, true, false}};
-               for (int i = 0; i < LayoutCount(); ++i) items.push_back({LayoutAt(i).name, i, c == i, true, false});
+               for (int i = 0; i < LayoutCount(); ++i)
+                 items.push_back({LayoutAt(i).name, i, c == i, true, false});
                return items;
              },
              [&h](int id) { h.Model().SetParam(param::kChannelConfig, id); }};
   mRows.push_back(layout);
   Row cal{"CALIBRATION SIGNAL",
           [&h] { return std::string(kGenerator[std::clamp(ParamInt(h, param::kGenerator), 0, 2)]); },
-          [&h] { return Choices({{kGenerator[0], 0}, {kGenerator[1], 1}, {kGenerator[2], 2}}, ParamInt(h, param::kGenerator)); },
+          [&h] {
+            return Choices({{kGenerator[0], 0}, {kGenerator[1], 1}, {kGenerator[2], 2}},
+                           ParamInt(h, param::kGenerator));
+          },
           [&h](int id) { h.Model().SetParam(param::kGenerator, id); }};
   mRows.push_back(cal);
-  Row refresh{"GRAPHS REFRESH RATE", [&h] { return std::string(kGraphsRefreshRateItems[h.Settings().refreshRate]); },
-              [&h] {
-                std::vector<MenuItem> items;
-                for (int i = 0; i < 7; ++i)
-                  items.push_back({kGraphsRefreshRateItems[i], i, i == h.Settings().refreshRate, true, false});
-                return items;
-              },
-              [&h](int id) {
-                h.Settings().refreshRate = std::clamp(id, 0, 6);
-                h.Settings().Save();
-              }};
+  Row refresh{
+      "GRAPHS REFRESH RATE", [&h] { return std::string(kGraphsRefreshRateItems[h.Settings().refreshRate]); },
+      [&h] {
+        std::vector<MenuItem> items;
+        for (int i = 0; i < 7; ++i)
+          items.push_back({kGraphsRefreshRateItems[i], i, i == h.Settings().refreshRate, true, false});
+        return items;
+      },
+      [&h](int id) {
+        h.Settings().refreshRate = std::clamp(id, 0, 6);
+        h.Settings().Save();
+      }};
   mRows.push_back(refresh);
   Row scale{"GUI SCALING",
             [&h] {
@@ -109,7 +124,9 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
             [&h](int id) { h.SetGuiScale(GuiScaleForIndex(id)); }};
   mRows.push_back(scale);
   Row theme{"THEME", [&h] { return std::string(h.Settings().Dark() ? "DARK" : "WHITE"); },
-            [&h] { return Choices({{"DARK", 1}, {"WHITE", 0}}, h.Settings().Dark() ? 1 : 0); },
+            [&h] {
+              return Choices({{"DARK", 1}, {"WHITE", 0}}, h.Settings().Dark() ? 1 : 0);
+            },
             [&h](int id) {
               h.Settings().theme = id;
               h.Settings().Save();
@@ -119,7 +136,8 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
   Row fps{"TIME CODE FPS", [&h] { return std::string(kFpsItems[h.Settings().fpsIndex].label); },
           [&h] {
             std::vector<MenuItem> items;
-            for (int i : kFpsMenuOrder) items.push_back({kFpsItems[i].label, i, i == h.Settings().fpsIndex, true, false});
+            for (int i : kFpsMenuOrder)
+              items.push_back({kFpsItems[i].label, i, i == h.Settings().fpsIndex, true, false});
             return items;
           },
           [&h](int id) {
@@ -127,8 +145,11 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
             h.Settings().Save();
           }};
   mRows.push_back(fps);
-  Row exportTheme{"EXPORT THEME", [&h] { return std::string(h.Settings().exportTheme >= 0.5 ? "DARK" : "WHITE"); },
-                  [&h] { return Choices({{"DARK", 1}, {"WHITE", 0}}, h.Settings().exportTheme >= 0.5 ? 1 : 0); },
+  Row exportTheme{"EXPORT THEME",
+                  [&h] { return std::string(h.Settings().exportTheme >= 0.5 ? "DARK" : "WHITE"); },
+                  [&h] {
+                    return Choices({{"DARK", 1}, {"WHITE", 0}}, h.Settings().exportTheme >= 0.5 ? 1 : 0);
+                  },
                   [&h](int id) {
                     h.Settings().exportTheme = id;
                     h.Settings().Save();
@@ -136,7 +157,9 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
   mRows.push_back(exportTheme);
   AddUpdateRows();
   Row gl{"HARDWARE ACCELERATION", [&h] { return std::string(h.Settings().openGL ? "ON" : "OFF"); },
-         [&h] { return Choices({{"ON", 1}, {"OFF", 0}}, h.Settings().openGL ? 1 : 0); },
+         [&h] {
+           return Choices({{"ON", 1}, {"OFF", 0}}, h.Settings().openGL ? 1 : 0);
+         },
          [&h](int id) {
            h.Settings().openGL = id == 1;
            h.Settings().Save();
@@ -148,7 +171,8 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
   mTips[size_t(FindRow("GUI SCALING"))] = kScaleTooltip;
   mTips[size_t(FindRow("Eco True Peak Mode"))] = "Measure the true peak with less computation.";
   mTips[size_t(FindRow("EXPORT THEME"))] = "The theme of exported images and reports.";
-  mTips[size_t(FindRow("CHECK FOR UPDATES"))] = "Once a day, ask the update address for a newer version and news.";
+  mTips[size_t(FindRow("CHECK FOR UPDATES"))] =
+      "Once a day, ask the update address for a newer version and news.";
   mTips[size_t(FindRow("SHOW NEWS"))] = "Show news items from the update check until dismissed.";
 }
 
@@ -157,11 +181,14 @@ SettingsPage::SettingsPage(EditorHost& host, const IRECT& r) : MeterControl(host
 void SettingsPage::AddUpdateRows() {
   const std::string folder = mHost.Settings().FolderPath();
   const UpdateSettings read = UpdateSettings::Read(folder);
-  for (const auto& [label, key, initial] : {std::tuple{"CHECK FOR UPDATES", kCheckForUpdatesKey, read.checkForUpdates},
-                                            std::tuple{"SHOW NEWS", kShowNewsKey, read.showNews}}) {
+  for (const auto& [label, key, initial] :
+       {std::tuple{"CHECK FOR UPDATES", kCheckForUpdatesKey, read.checkForUpdates},
+        std::tuple{"SHOW NEWS", kShowNewsKey, read.showNews}}) {
     auto on = std::make_shared<bool>(initial);
     mRows.push_back(Row{label, [on] { return std::string(*on ? "ON" : "OFF"); },
-                        [on] { return Choices({{"ON", 1}, {"OFF", 0}}, *on ? 1 : 0); },
+                        [on] {
+                          return Choices({{"ON", 1}, {"OFF", 0}}, *on ? 1 : 0);
+                        },
                         [on, folder, key = key](int id) {
                           *on = id == 1;
                           WriteUpdateSwitch(folder, key, *on);

@@ -85,7 +85,8 @@ void StatusBar::Draw(tgraphics& g) {
     DrawLabel(g, std::to_string(mProgress) + " %", c.R + 6.0, r.T, 50.0, r.H(), size, t.text);
   }
   // Clear of the resize corner at the right.
-  DrawLabel(g, TimeText(), r.R - 290.0, r.T, 262.0, r.H(), size, t.text, tg_align::right, "OpenSans-SemiBold");
+  DrawLabel(g, TimeText(), r.R - 290.0, r.T, 262.0, r.H(), size, t.text, tg_align::right,
+            "OpenSans-SemiBold");
 }
 
 void StatusBar::OnMouseDown(float x, float y, const IMouseMod& mod) {

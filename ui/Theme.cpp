@@ -3,7 +3,10 @@
 namespace velorum::ui {
 namespace {
 
-tg_color Rgb(int r, int g, int b) { return tg_color::from_argb(255, static_cast<unsigned char>(r), static_cast<unsigned char>(g), static_cast<unsigned char>(b)); }
+tg_color Rgb(int r, int g, int b) {
+  return tg_color::from_argb(255, static_cast<unsigned char>(r), static_cast<unsigned char>(g),
+                             static_cast<unsigned char>(b));
+}
 
 Theme MakeDark() {
   Theme t;

@@ -4,7 +4,10 @@ namespace velorum::ui {
 
 ToolButton::ToolButton(EditorHost& host, const IRECT& r, std::function<std::string()> text,
                        std::function<void()> action, std::function<bool()> on, bool dropDown)
-    : MeterControl(host, r), mText(std::move(text)), mAction(std::move(action)), mOn(std::move(on)),
+    : MeterControl(host, r),
+      mText(std::move(text)),
+      mAction(std::move(action)),
+      mOn(std::move(on)),
       mDropDown(dropDown) {
   SetCursor(ICursor::Hand);
 }

@@ -11,8 +11,8 @@ namespace velorum::ui {
 
 class ToolButton : public MeterControl {
  public:
-  ToolButton(EditorHost& host, const IRECT& r, std::function<std::string()> text, std::function<void()> action,
-             std::function<bool()> on = nullptr, bool dropDown = false);
+  ToolButton(EditorHost& host, const IRECT& r, std::function<std::string()> text,
+             std::function<void()> action, std::function<bool()> on = nullptr, bool dropDown = false);
   void Draw(tgraphics& g) override;
   void OnMouseDown(float x, float y, const IMouseMod& mod) override;
   void OnMouseOver(float x, float y, const IMouseMod& mod) override;

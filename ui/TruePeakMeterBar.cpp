@@ -10,7 +10,8 @@ namespace velorum::ui {
 TruePeakMeterBar::TruePeakMeterBar(EditorHost& host, const IRECT& r) : MeterControl(host, r) {
   mShown.fill(-120.0);
   mHold.fill(-120.0);
-  SetTooltip("True peak of every channel (dBTP) with a two-second peak hold; the number is the channel's maximum.");
+  SetTooltip(
+      "True peak of every channel (dBTP) with a two-second peak hold; the number is the channel's maximum.");
 }
 
 void TruePeakMeterBar::Draw(tgraphics& g) {
@@ -23,8 +24,9 @@ void TruePeakMeterBar::Draw(tgraphics& g) {
   const TargetWindow tw = m.Targets();
   const MeterScale s{-60.0, 3.0};
   const auto now = std::chrono::steady_clock::now();
-  const double dt =
-      mLast.time_since_epoch().count() ? std::min(1.0, std::chrono::duration<double>(now - mLast).count()) : 1.0;
+  const double dt = mLast.time_since_epoch().count()
+                        ? std::min(1.0, std::chrono::duration<double>(now - mLast).count())
+                        : 1.0;
   mLast = now;
 
   const DRect inner{r.L + 4.0, r.T + 34.0, r.R - 4.0, r.B - 8.0};
@@ -81,7 +83,8 @@ void TruePeakMeterBar::Draw(tgraphics& g) {
   g.set_line_style(1.0);
   g.set_color(WithAlpha(t.bad, 0.8));
   g.stroke();
-  if (slot < 14.0) DrawLabel(g, "TP", r.L, r.T + 4.0, r.W(), 14.0, 9.5, t.dim, tg_align::center, "OpenSans-Bold");
+  if (slot < 14.0)
+    DrawLabel(g, "TP", r.L, r.T + 4.0, r.W(), 14.0, 9.5, t.dim, tg_align::center, "OpenSans-Bold");
 }
 
 }  // namespace velorum::ui

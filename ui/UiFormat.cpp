@@ -9,10 +9,10 @@
 namespace velorum::ui {
 
 const FpsItem kFpsItems[kFpsCount] = {
-    {"23.976", 23.976, 24, false},   {"24", 24.0, 24, false},        {"25", 25.0, 25, false},
-    {"29.97 NDF", 29.97, 30, false}, {"30", 30.0, 30, false},        {"47.95", 47.95, 48, false},
-    {"48", 48.0, 48, false},         {"50", 50.0, 50, false},        {"59.94 NDF", 59.94, 60, false},
-    {"60", 60.0, 60, false},         {"29.97 DF", 29.97, 30, true},  {"59.94 DF", 59.94, 60, true},
+    {"23.976", 23.976, 24, false},   {"24", 24.0, 24, false},       {"25", 25.0, 25, false},
+    {"29.97 NDF", 29.97, 30, false}, {"30", 30.0, 30, false},       {"47.95", 47.95, 48, false},
+    {"48", 48.0, 48, false},         {"50", 50.0, 50, false},       {"59.94 NDF", 59.94, 60, false},
+    {"60", 60.0, 60, false},         {"29.97 DF", 29.97, 30, true}, {"59.94 DF", 59.94, 60, true},
 };
 const int kFpsMenuOrder[kFpsCount] = {0, 1, 2, 3, 10, 4, 5, 6, 7, 8, 11, 9};
 
@@ -84,7 +84,8 @@ std::string FormatTimeOfDay(double seconds) {
   return buf;
 }
 
-std::string FormatAxisTime(double seconds, int histogramMode, int fpsIndex, double systemStartSeconds, bool fine) {
+std::string FormatAxisTime(double seconds, int histogramMode, int fpsIndex, double systemStartSeconds,
+                           bool fine) {
   switch (histogramMode) {
     case 1:
       return FormatTimecode(seconds, fpsIndex);

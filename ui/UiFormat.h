@@ -7,7 +7,8 @@
 namespace velorum::ui {
 
 inline constexpr const char* kOpenGLTooltip =
-    "Enable hardware acceleration using OpenGL 3.2 for improved performance. Note: hardware performance may vary "
+    "Enable hardware acceleration using OpenGL 3.2 for improved performance. Note: hardware performance may "
+    "vary "
     "depending on your device.";
 
 // "TIME CODE FPS": label and the rate's nominal frame count per second. The
@@ -41,9 +42,12 @@ std::string FormatTimecode(double seconds, int fpsIndex);
 std::string FormatTimeOfDay(double seconds);
 // A label of the graph's time axis in the units of the histogram mode
 // (0 elapsed, 1 time code, 2 system time, 3 continuous).
-std::string FormatAxisTime(double seconds, int histogramMode, int fpsIndex, double systemStartSeconds, bool fine);
+std::string FormatAxisTime(double seconds, int histogramMode, int fpsIndex, double systemStartSeconds,
+                           bool fine);
 
 // "LUFS" or "LKFS".
-inline const char* UnitText(bool lkfs) { return lkfs ? "LKFS" : "LUFS"; }
+inline const char* UnitText(bool lkfs) {
+  return lkfs ? "LKFS" : "LUFS";
+}
 
 }  // namespace velorum::ui

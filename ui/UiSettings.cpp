@@ -26,7 +26,9 @@ int ToInt(const std::string& s, int fallback, int lo, int hi) {
 
 }  // namespace
 
-std::string UiSettings::Folder() { return SettingsFolder(); }
+std::string UiSettings::Folder() {
+  return SettingsFolder();
+}
 
 UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
 #ifdef _WIN32
@@ -40,13 +42,20 @@ UiSettings::UiSettings(std::string folder) : mFolder(std::move(folder)) {
     const auto eq = line.find('=');
     if (eq == std::string::npos) continue;
     const std::string key = Trim(line.substr(0, eq)), value = Trim(line.substr(eq + 1));
-    if (key == "Theme") theme = ToInt(value, 1, 0, 1);
-    else if (key == "GUI Refresh Rate") refreshRate = ToInt(value, 3, 0, 6);
-    else if (key == "Export Theme") exportTheme = ToInt(value, 0, 0, 1);
-    else if (key == "Time Code FPS") fpsIndex = ToInt(value, 2, 0, kFpsCount - 1);
-    else if (key == "Export Folder" && !value.empty()) exportFolder = value;
-    else if (key == "OpenGL") openGL = ToInt(value, 0, 0, 1) == 1;
-    else if (key == "Game High Score") gameHighScore = std::max(0LL, std::atoll(value.c_str()));
+    if (key == "Theme")
+      theme = ToInt(value, 1, 0, 1);
+    else if (key == "GUI Refresh Rate")
+      refreshRate = ToInt(value, 3, 0, 6);
+    else if (key == "Export Theme")
+      exportTheme = ToInt(value, 0, 0, 1);
+    else if (key == "Time Code FPS")
+      fpsIndex = ToInt(value, 2, 0, kFpsCount - 1);
+    else if (key == "Export Folder" && !value.empty())
+      exportFolder = value;
+    else if (key == "OpenGL")
+      openGL = ToInt(value, 0, 0, 1) == 1;
+    else if (key == "Game High Score")
+      gameHighScore = std::max(0LL, std::atoll(value.c_str()));
   }
 }
 

@@ -18,9 +18,9 @@ class UiSettings {
   const std::string& FolderPath() const { return mFolder; }
   bool Save() const;
 
-  double theme = 1.0;     // 1 dark, 0 white
-  int refreshRate = 3;    // "NORMAL"
-  int fpsIndex = 2;       // "25"
+  double theme = 1.0;        // 1 dark, 0 white
+  int refreshRate = 3;       // "NORMAL"
+  int fpsIndex = 2;          // "25"
   double exportTheme = 0.0;  // images and reports: white by default
   std::string exportFolder;
   long long gameHighScore = 0;  // kept for the editor's little secret

@@ -22,7 +22,9 @@ using namespace velorum;
 
 namespace {
 
-intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) { return 0; }
+intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) {
+  return 0;
+}
 
 // A day of a programme that moves: 10 ms and 100 ms entries written straight
 // into the history (measuring a day of audio would take hours).

@@ -24,7 +24,10 @@ double BesselI0(double x) {
 
 int DialogueResampler::TapsForRate(double inputRate) {
   if (!std::isfinite(inputRate) || inputRate <= 0.0) return 0;
-  struct Entry { double rate; int taps; };
+  struct Entry {
+    double rate;
+    int taps;
+  };
   static constexpr Entry kTable[] = {{192000.0, 104}, {96000.0, 76}, {88200.0, 72}, {48000.0, 38},
                                      {44100.0, 34},   {32000.0, 26}, {22050.0, 22}};
   for (const Entry& e : kTable)

@@ -10,7 +10,7 @@
 namespace velorum {
 
 class DialogueResampler {
-public:
+ public:
   static constexpr int kMaxTaps = 8192;
 
   // Filter length used for an input rate: fixed lengths for the common rates,
@@ -36,7 +36,7 @@ public:
   // Pushes count input samples; out must hold count * MaxOutputsPerInput().
   int Push(const float* x, int count, float* out);
 
-private:
+ private:
   float Filter(const float* x, int phase) const;
   float FilterSymmetric(const float* x) const;
   int Pass(const float* in, int count, float* out);
@@ -51,11 +51,11 @@ private:
   bool symmetric_ = false;
   int maxOut_ = 1;
   static constexpr int kBlock = 256;  // input samples appended per pass
-  std::vector<float> table_;   // phases_ rows of taps_ coefficients
+  std::vector<float> table_;          // phases_ rows of taps_ coefficients
   // Linear buffer: the last taps_ samples of earlier passes, then the samples
   // of the current pass. buffer_[0] is input sample number base_.
   std::vector<float> buffer_;
-  int kept_ = 0;               // samples held from earlier passes
+  int kept_ = 0;  // samples held from earlier passes
   long long base_ = 0;
   // Time of the next output in input samples: whole part and fraction.
   long long nextWhole_ = 0;

@@ -48,8 +48,10 @@ double DialogueWindowPair::Sum(const double* v, int n) {
 void DialogueWindowPair::CloseBlock() {
   // The block leaving a window of k blocks sits k places behind the new one.
   const int size = shortTermBlocks_ + 1;
-  const double leftMomentary = blocks_[static_cast<std::size_t>((blockPos_ - momentaryBlocks_ + size) % size)];
-  const double leftShortTerm = blocks_[static_cast<std::size_t>((blockPos_ - shortTermBlocks_ + size) % size)];
+  const double leftMomentary =
+      blocks_[static_cast<std::size_t>((blockPos_ - momentaryBlocks_ + size) % size)];
+  const double leftShortTerm =
+      blocks_[static_cast<std::size_t>((blockPos_ - shortTermBlocks_ + size) % size)];
   blocks_[static_cast<std::size_t>(blockPos_)] = pendingSum_;
   momentarySum_ += pendingSum_ - leftMomentary;
   shortTermSum_ += pendingSum_ - leftShortTerm;

@@ -21,7 +21,7 @@
 namespace velorum {
 
 class DialogueWindowPair {
-public:
+ public:
   // Window lengths in values (at least 1, short >= momentary); reads come at
   // least every `maxPending` values (more are handled, by an early update).
   void Resize(int momentaryLength, int shortTermLength, int maxPending);
@@ -33,7 +33,7 @@ public:
   double MomentaryMeanSquare();
   double ShortTermMeanSquare();
 
-private:
+ private:
   void Update();
   void CloseBlock();
   double SumRange(int from, int count) const;  // ring positions, wrapping

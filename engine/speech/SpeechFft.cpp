@@ -15,10 +15,16 @@ inline Float4 Load4(const float* p) {
   std::memcpy(&v, p, sizeof v);
   return v;
 }
-inline void Store4(float* p, Float4 v) { std::memcpy(p, &v, sizeof v); }
+inline void Store4(float* p, Float4 v) {
+  std::memcpy(p, &v, sizeof v);
+}
 }  // namespace
 
-SpeechFft::SpeechFft(int size) : n_(size), half_(size / 2), zr_(static_cast<std::size_t>(size / 2)), zi_(static_cast<std::size_t>(size / 2)) {
+SpeechFft::SpeechFft(int size)
+    : n_(size),
+      half_(size / 2),
+      zr_(static_cast<std::size_t>(size / 2)),
+      zi_(static_cast<std::size_t>(size / 2)) {
   const double pi = 3.14159265358979323846;
   bitrev_.resize(static_cast<std::size_t>(half_));
   int bits = 0;

@@ -9,7 +9,7 @@
 namespace velorum {
 
 class SpeechFft {
-public:
+ public:
   explicit SpeechFft(int size);  // size: power of two, at least 8
   int Size() const { return n_; }
 
@@ -17,7 +17,7 @@ public:
   // real parts to re and imaginary parts to im.
   void Forward(const float* in, float* re, float* im);
 
-private:
+ private:
   int n_;
   int half_;
   std::vector<int> bitrev_;

@@ -51,7 +51,8 @@ std::vector<double> Material() {
   std::vector<double> x(6000, 0.0);
   Noise noise(5);
   for (int i = 0; i < 1500; ++i) x[size_t(i)] = noise.Next();
-  for (int i = 1500; i < 2500; ++i) x[size_t(i)] = std::sin(std::numbers::pi / 2.0 * i + std::numbers::pi / 4.0);
+  for (int i = 1500; i < 2500; ++i)
+    x[size_t(i)] = std::sin(std::numbers::pi / 2.0 * i + std::numbers::pi / 4.0);
   for (int i = 2500; i < 3360; ++i) x[size_t(i)] = (i % 2 ? -1.0 : 1.0) * (i < 2980 ? 1.0 : 0.5);
   x[3500] = 1.0;
   x[3700] = -0.75;

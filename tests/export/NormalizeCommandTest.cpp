@@ -71,8 +71,8 @@ TEST(NormalizeCommand, SeveralInputsGoToAFolder) {
   ASSERT_TRUE(test::writeFile(dir.file("b.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 44100, music));
   ASSERT_TRUE(test::writeFile(dir.file("c.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 2, 44100, music));
   const std::string folder = dir.file("out");
-  Outcome r = Velorum(dir.path(), "--preset 'EBU R128' -j 2 '" + dir.file("a.wav") + "' '" + dir.file("b.flac") +
-                                  "' '" + dir.file("c.ogg") + "' '" + folder + "'");
+  Outcome r = Velorum(dir.path(), "--preset 'EBU R128' -j 2 '" + dir.file("a.wav") + "' '" +
+                                      dir.file("b.flac") + "' '" + dir.file("c.ogg") + "' '" + folder + "'");
   EXPECT_EQ(r.status, 0) << r.err;
   for (const char* name : {"a.wav", "b.flac", "c.wav"}) {
     SCOPED_TRACE(name);

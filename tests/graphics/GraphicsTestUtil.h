@@ -23,10 +23,18 @@ inline uint32_t PixelAt(cairo_surface_t* s, int x, int y) {
 }
 
 // Channels of a premultiplied ARGB32 pixel.
-inline int Alpha(uint32_t p) { return int(p >> 24); }
-inline int Red(uint32_t p) { return int((p >> 16) & 0xff); }
-inline int Green(uint32_t p) { return int((p >> 8) & 0xff); }
-inline int Blue(uint32_t p) { return int(p & 0xff); }
+inline int Alpha(uint32_t p) {
+  return int(p >> 24);
+}
+inline int Red(uint32_t p) {
+  return int((p >> 16) & 0xff);
+}
+inline int Green(uint32_t p) {
+  return int((p >> 8) & 0xff);
+}
+inline int Blue(uint32_t p) {
+  return int(p & 0xff);
+}
 
 // The box of pixels that differ from `background`.
 inline InkBox FindInk(cairo_surface_t* s, uint32_t background) {

@@ -10,7 +10,7 @@
 #include <string>
 
 class XvfbServer {
-public:
+ public:
   XvfbServer() {
     int fds[2];
     if (pipe(fds) != 0) return;
@@ -25,7 +25,8 @@ public:
     close(fds[1]);
     char buf[32] = {};
     ssize_t n = 0, got = 0;
-    while (got < static_cast<ssize_t>(sizeof buf) - 1 && (n = read(fds[0], buf + got, sizeof buf - 1 - got)) > 0) {
+    while (got < static_cast<ssize_t>(sizeof buf) - 1 &&
+           (n = read(fds[0], buf + got, sizeof buf - 1 - got)) > 0) {
       got += n;
       if (buf[got - 1] == '\n') break;
     }
@@ -46,7 +47,7 @@ public:
   bool ok() const { return !display_.empty(); }
   const std::string& display() const { return display_; }
 
-private:
+ private:
   pid_t pid_ = -1;
   std::string display_;
 };

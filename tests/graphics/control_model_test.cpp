@@ -20,16 +20,26 @@ namespace {
 
 // An editor with no window behind it.
 class HeadlessGraphics : public IGraphics {
-public:
+ public:
   using IGraphics::IGraphics;
-  void* OpenWindow(void*) override { open = true; NotifyWindowOpened(); return this; }
+  void* OpenWindow(void*) override {
+    open = true;
+    NotifyWindowOpened();
+    return this;
+  }
   void CloseWindow() override { open = false; }
   bool WindowIsOpen() const override { return open; }
   void* GetWindow() const override { return open ? const_cast<HeadlessGraphics*>(this) : nullptr; }
   void HideMouseCursor() override {}
   void ShowMouseCursor() override {}
-  bool GetTextFromClipboard(std::string& t) override { t = clip; return !clip.empty(); }
-  bool SetTextInClipboard(const std::string& t) override { clip = t; return true; }
+  bool GetTextFromClipboard(std::string& t) override {
+    t = clip;
+    return !clip.empty();
+  }
+  bool SetTextInClipboard(const std::string& t) override {
+    clip = t;
+    return true;
+  }
   void ResizeWindow(int w, int h) override { resizes.push_back({w, h}); }
   bool open = false;
   std::string clip;
@@ -47,10 +57,15 @@ struct Probe : IControl {
   }
   void OnMouseDown(float x, float y, const IMouseMod&) override { log.push_back("down " + Pos(x, y)); }
   void OnMouseUp(float x, float y, const IMouseMod&) override { log.push_back("up " + Pos(x, y)); }
-  void OnMouseDrag(float, float, float dX, float dY, const IMouseMod&) override { log.push_back("drag " + Pos(dX, dY)); }
+  void OnMouseDrag(float, float, float dX, float dY, const IMouseMod&) override {
+    log.push_back("drag " + Pos(dX, dY));
+  }
   void OnMouseOver(float, float, const IMouseMod&) override { ++overs; }
   void OnMouseOut() override { ++outs; }
-  bool OnKeyDown(float, float, int key) override { pressed.push_back(key); return keys; }
+  bool OnKeyDown(float, float, int key) override {
+    pressed.push_back(key);
+    return keys;
+  }
   bool AcceptsDrop() const override { return acceptsDrops; }
   bool OnDrop(const std::vector<std::string>& p, const std::vector<int>&, float, float) override {
     dropped = p;
@@ -81,7 +96,8 @@ TEST(PlatformMapping, ScreenScaleIsDpiOver96ClampedToOneAndEight) {
   EXPECT_FLOAT_EQ(iplatform::ScreenScaleFromDpi(960, 960), 8.0f);
   EXPECT_FLOAT_EQ(iplatform::ScreenScaleFromDpi(96, 192), 2.0f);  // the larger of x and y
   EXPECT_FLOAT_EQ(iplatform::ScreenScaleFromDpi(0, 0), 1.0f);
-  EXPECT_DOUBLE_EQ(iplatform::XftDpiFromResources("Xft.antialias:\t1\nXft.dpi:\t144\nXft.hinting: 1\n"), 144.0);
+  EXPECT_DOUBLE_EQ(iplatform::XftDpiFromResources("Xft.antialias:\t1\nXft.dpi:\t144\nXft.hinting: 1\n"),
+                   144.0);
   EXPECT_DOUBLE_EQ(iplatform::XftDpiFromResources("Xft.dpi: 120.5"), 120.5);
   EXPECT_DOUBLE_EQ(iplatform::XftDpiFromResources("MyXft.dpi: 200\n"), 0.0);
   EXPECT_DOUBLE_EQ(iplatform::XftDpiFromResources("Xft.dpi: lots\n"), 0.0);
@@ -114,7 +130,7 @@ TEST(PlatformMapping, KeyCodesAreTheSameOnBothPlatforms) {
 }
 
 TEST(GuiScaleMenus, ItemsKeepTheirStoredIndices) {
-  const char* labels[] = {"50%", "65%", "75%", "85%", "100%", "125%", "150%",
+  const char* labels[] = {"50%",  "65%",  "75%",  "85%",  "100%", "125%", "150%",
                           "175%", "200%", "250%", "300%", "350%", "400%"};
   const int indices[] = {0, 11, 1, 12, 2, 3, 4, 5, 6, 7, 8, 9, 10};
   for (int i = 0; i < 13; ++i) {
@@ -128,7 +144,8 @@ TEST(GuiScaleMenus, ItemsKeepTheirStoredIndices) {
   EXPECT_FLOAT_EQ(GuiScaleForIndex(99), 1.f);
   const char* rates[] = {"EXTREMELY LOW", "VERY LOW", "LOW", "NORMAL", "HIGH", "VERY HIGH", "MAX"};
   for (int i = 0; i < 7; ++i) EXPECT_STREQ(kGraphsRefreshRateItems[i], rates[i]);
-  for (int i = 1; i < 7; ++i) EXPECT_LT(GraphsTicksPerFrame(i), GraphsTicksPerFrame(i - 1));  // higher is faster
+  for (int i = 1; i < 7; ++i)
+    EXPECT_LT(GraphsTicksPerFrame(i), GraphsTicksPerFrame(i - 1));  // higher is faster
   EXPECT_EQ(GraphsTicksPerFrame(6), 1);
   EXPECT_EQ(GraphsTicksPerFrame(-1), GraphsTicksPerFrame(3));
 }
@@ -354,7 +371,8 @@ TEST(IGraphicsExport, TheSameControlsDrawPngSvgAndPdf) {
   EXPECT_GT(std::filesystem::file_size(pdf), 1000u);
   EXPECT_GT(std::filesystem::file_size(svg), 1000u);
   EXPECT_FALSE(g.ExportPdf((std::filesystem::path(VELORUM_BINARY_DIR) / "no" / "such" / "dir.pdf").string()));
-  EXPECT_FALSE(g.ExportPng((std::filesystem::path(VELORUM_BINARY_DIR) / "no" / "such" / "dir.png").string(), 1.0));
+  EXPECT_FALSE(
+      g.ExportPng((std::filesystem::path(VELORUM_BINARY_DIR) / "no" / "such" / "dir.png").string(), 1.0));
 #ifndef _WIN32
   if (std::system("command -v pdftotext >/dev/null 2>&1") == 0) {
     const std::string txt = OutputPath("export_editor.txt");

@@ -1,15 +1,15 @@
 // The drawing layer on offscreen surfaces: device scale, text placement,
 // panel shadows, embedded fonts, gradients and the PNG, SVG and PDF outputs.
-#include <gtest/gtest.h>
+#include "graphics/tgraphics.h"
 
 #include <cairo.h>
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <memory>
 #include <string>
 
 #include "GraphicsTestUtil.h"
-#include "graphics/tgraphics.h"
 #include "graphics/tgraphics_panel_shadow.h"
 #include "graphics/tgraphics_surface.h"
 #include "graphics/tgraphics_text.h"
@@ -95,8 +95,8 @@ TEST(tgraphics, TextLandsInsideItsRectangleInBothModes) {
             g.draw_text("Short-term -23.0 LUFS", rect, "OpenSans-SemiBold", 20.0, {0, 0, 0, 1}, a, v);
           }
           const InkBox ink = FindInk(s.s, kWhite);
-          SCOPED_TRACE(testing::Message() << "image " << imageMode << " scale " << scale << " align " << int(a)
-                                          << " valign " << int(v));
+          SCOPED_TRACE(testing::Message() << "image " << imageMode << " scale " << scale << " align "
+                                          << int(a) << " valign " << int(v));
           ASSERT_GT(ink.count, 100);
           EXPECT_GE(ink.left, rect.x * scale);
           EXPECT_LE(ink.right, (rect.x + rect.w) * scale);
@@ -185,14 +185,14 @@ TEST(tgraphics, GradientsGroupsAndClipping) {
     g.paint_with_alpha(1.0);
     g.restore();
   }
-  EXPECT_EQ(PixelAt(s.s, 10, 10), 0xff00ff00u);   // the group, inside the clip
-  EXPECT_GT(Blue(PixelAt(s.s, 99, 10)), 0xf0);    // gradient end
+  EXPECT_EQ(PixelAt(s.s, 10, 10), 0xff00ff00u);  // the group, inside the clip
+  EXPECT_GT(Blue(PixelAt(s.s, 99, 10)), 0xf0);   // gradient end
   EXPECT_GT(Red(PixelAt(s.s, 60, 10)), Blue(PixelAt(s.s, 60, 10)) - 60);
   EXPECT_GT(Blue(PixelAt(s.s, 90, 10)), Red(PixelAt(s.s, 90, 10)));
 }
 
 TEST(tgraphics, EmbeddedFontsOpenFromMemory) {
-  const char* names[] = {"Roboto-Regular",   "OpenSans-Regular",        "OpenSans-Bold",
+  const char* names[] = {"Roboto-Regular",    "OpenSans-Regular",        "OpenSans-Bold",
                          "OpenSans-SemiBold", "OpenSans-SemiBoldItalic", "OpenSans-ExtraBold"};
   ASSERT_EQ(tgraphics_text::font_names().size(), 6u);
   for (const char* n : names) {
@@ -259,7 +259,8 @@ TEST(tgraphics, PngWrittenAndReadBack) {
 TEST(tgraphics, SvgAndPdfHoldTheDrawnText) {
   const std::string svg = OutputPath("tgraphics_export.svg"), pdf = OutputPath("tgraphics_export.pdf");
   for (int kind = 0; kind < 2; ++kind) {
-    cairo_surface_t* s = kind == 0 ? tg_create_svg_surface(svg, 300, 80) : tg_create_pdf_surface(pdf, 300, 80);
+    cairo_surface_t* s =
+        kind == 0 ? tg_create_svg_surface(svg, 300, 80) : tg_create_pdf_surface(pdf, 300, 80);
     ASSERT_EQ(cairo_surface_status(s), CAIRO_STATUS_SUCCESS);
     {
       tgraphics g(s, 300, 80, 1.0);
@@ -274,7 +275,8 @@ TEST(tgraphics, SvgAndPdfHoldTheDrawnText) {
   EXPECT_NE(svgText.find("width=\"300pt\""), std::string::npos);
   // Text becomes glyph symbols: one per distinct character of the string.
   size_t glyphs = 0;
-  for (size_t p = svgText.find("<symbol"); p != std::string::npos; p = svgText.find("<symbol", p + 1)) ++glyphs;
+  for (size_t p = svgText.find("<symbol"); p != std::string::npos; p = svgText.find("<symbol", p + 1))
+    ++glyphs;
   EXPECT_GE(glyphs, 14u);
 
   const std::string pdfText = ReadFile(pdf);

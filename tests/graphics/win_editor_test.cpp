@@ -1,13 +1,8 @@
 // The Windows editor window (run under wine): window class counting, the
 // timer's painting, mouse, wheel and key messages, the host's key
 // pass-through, OLE drops, the clipboard and resizing up the parent chain.
-#include <gtest/gtest.h>
-
-#include "graphics/IDropTargetH.h"
-#include "graphics/IGraphicsWin.h"
-#include "graphics/tgraphics.h"
-
 #include <cairo-win32.h>
+#include <gtest/gtest.h>
 #include <shlobj.h>
 
 #include <chrono>
@@ -18,6 +13,9 @@
 #include <vector>
 
 #include "GraphicsTestUtil.h"
+#include "graphics/IDropTargetH.h"
+#include "graphics/IGraphicsWin.h"
+#include "graphics/tgraphics.h"
 
 namespace {
 
@@ -37,10 +35,10 @@ struct Host {
     wc.hInstance = GetModuleHandleW(nullptr);
     wc.lpszClassName = L"VelorumTestHost";
     RegisterClassW(&wc);
-    top = CreateWindowExW(0, L"VelorumTestHost", L"host", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 600, 400, nullptr,
-                          nullptr, wc.hInstance, nullptr);
-    frame = CreateWindowExW(0, L"VelorumTestHost", L"frame", WS_CHILD | WS_VISIBLE, 0, 0, 400, 300, top, nullptr,
-                            wc.hInstance, nullptr);
+    top = CreateWindowExW(0, L"VelorumTestHost", L"host", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 600, 400,
+                          nullptr, nullptr, wc.hInstance, nullptr);
+    frame = CreateWindowExW(0, L"VelorumTestHost", L"frame", WS_CHILD | WS_VISIBLE, 0, 0, 400, 300, top,
+                            nullptr, wc.hInstance, nullptr);
   }
   ~Host() { DestroyWindow(top); }
 };
@@ -65,9 +63,16 @@ struct Recorder : IControl {
     g.rectangle(mRECT.L, mRECT.T, mRECT.W(), mRECT.H());
     g.fill();
   }
-  void OnMouseDown(float x, float y, const IMouseMod& m) override { downX = x; downY = y; mod = m; }
+  void OnMouseDown(float x, float y, const IMouseMod& m) override {
+    downX = x;
+    downY = y;
+    mod = m;
+  }
   void OnMouseWheel(float, float, const IMouseMod&, float d) override { wheel += d; }
-  bool OnKeyDown(float, float, int key) override { keys.push_back(key); return key >= KEY_ALPHA_A; }
+  bool OnKeyDown(float, float, int key) override {
+    keys.push_back(key);
+    return key >= KEY_ALPHA_A;
+  }
   bool AcceptsDrop() const override { return true; }
   bool OnDrop(const std::vector<std::string>& p, const std::vector<int>& d, float, float) override {
     paths = p;
@@ -95,7 +100,7 @@ bool ClassRegistered() {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 class FileDrop : public IDataObject {
-public:
+ public:
   explicit FileDrop(const std::vector<std::wstring>& names, bool offersFiles = true) : files_(offersFiles) {
     size_t chars = 1;
     for (const auto& n : names) chars += n.size() + 1;
@@ -139,7 +144,7 @@ public:
   HRESULT STDMETHODCALLTYPE DUnadvise(DWORD) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA**) override { return E_NOTIMPL; }
 
-private:
+ private:
   HGLOBAL mem_;
   bool files_;
 };
@@ -199,8 +204,10 @@ TEST(IGraphicsWin, TimerPaintsAndMessagesReachTheControls) {
   EXPECT_FALSE(r->mod.C);
   RECT wr;
   GetWindowRect(wnd, &wr);
-  SendMessageW(wnd, WM_MOUSEWHEEL, MAKEWPARAM(0, 240), MAKELPARAM(wr.left + int(50 * s), wr.top + int(40 * s)));
-  SendMessageW(wnd, WM_MOUSEWHEEL, MAKEWPARAM(0, static_cast<WORD>(-120)), MAKELPARAM(wr.left + 50, wr.top + 40));
+  SendMessageW(wnd, WM_MOUSEWHEEL, MAKEWPARAM(0, 240),
+               MAKELPARAM(wr.left + int(50 * s), wr.top + int(40 * s)));
+  SendMessageW(wnd, WM_MOUSEWHEEL, MAKEWPARAM(0, static_cast<WORD>(-120)),
+               MAKELPARAM(wr.left + 50, wr.top + 40));
   EXPECT_FLOAT_EQ(r->wheel, 1.f);
 
   // "a" and "A" are the same virtual key, code 15; F1 goes to the host's main window.
@@ -234,7 +241,8 @@ TEST(IGraphicsWin, DroppedFilesAndAFolderArriveWithDirectoryFlags) {
   fs::create_directories(dir / "a folder");
   for (const char* f : {"one.wav", "two three.flac", "four.mp3"}) std::ofstream(dir / f) << "x";
   std::vector<std::wstring> names;
-  for (const char* f : {"one.wav", "two three.flac", "four.mp3", "a folder"}) names.push_back((dir / f).wstring());
+  for (const char* f : {"one.wav", "two three.flac", "four.mp3", "a folder"})
+    names.push_back((dir / f).wstring());
 
   Host host;
   auto g = IGraphics::Create(nullptr, 300, 200, 60);

@@ -1,16 +1,19 @@
 // The X11 editor window under a private Xvfb: opened as the child of a host
 // window, driven with XTest input and XDND/clipboard clients, and checked by a
 // screenshot of what it drew.
-#include <gtest/gtest.h>
-
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
 #include <cairo.h>
-
-#include <cstring>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -27,12 +30,6 @@
 #include "graphics/IGraphicsX11.h"
 #include "graphics/tgraphics.h"
 
-#include <X11/Xatom.h>
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/extensions/XTest.h>
-#include <X11/keysym.h>
-
 namespace {
 
 using namespace std::chrono_literals;
@@ -40,9 +37,12 @@ using namespace std::chrono_literals;
 XvfbServer* gServer = nullptr;
 
 class XvfbEnvironment : public testing::Environment {
-public:
+ public:
   void SetUp() override { gServer = new XvfbServer(); }
-  void TearDown() override { delete gServer; gServer = nullptr; }
+  void TearDown() override {
+    delete gServer;
+    gServer = nullptr;
+  }
 };
 const auto* const kEnv = testing::AddGlobalTestEnvironment(new XvfbEnvironment);
 
@@ -57,10 +57,16 @@ struct Recorder : IControl {
       g.draw_text(label, {mRECT.L, mRECT.T, mRECT.W(), mRECT.H()}, "OpenSans-Bold", 14, {1, 1, 1, 1},
                   tg_align::center);
   }
-  void OnMouseDown(float x, float y, const IMouseMod& m) override { downs.push_back({x, y}); lastMod = m; }
+  void OnMouseDown(float x, float y, const IMouseMod& m) override {
+    downs.push_back({x, y});
+    lastMod = m;
+  }
   void OnMouseUp(float, float, const IMouseMod&) override { ++ups; }
   void OnMouseDblClick(float, float, const IMouseMod&) override { ++doubles; }
-  void OnMouseDrag(float, float, float dX, float dY, const IMouseMod&) override { dragX += dX; dragY += dY; }
+  void OnMouseDrag(float, float, float dX, float dY, const IMouseMod&) override {
+    dragX += dX;
+    dragY += dY;
+  }
   void OnMouseWheel(float, float, const IMouseMod&, float d) override { wheel += d; }
   bool OnKeyDown(float, float, int key) override {
     keys.push_back(key);
@@ -103,8 +109,8 @@ struct Host {
   explicit Host(int w = 400, int h = 300) {
     dpy = XOpenDisplay(nullptr);
     if (!dpy) return;
-    win = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 0, 0, static_cast<unsigned>(w), static_cast<unsigned>(h),
-                              0, 0, 0x202020);
+    win = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 0, 0, static_cast<unsigned>(w),
+                              static_cast<unsigned>(h), 0, 0, 0x202020);
     XSelectInput(dpy, win, KeyPressMask | KeyReleaseMask | StructureNotifyMask);
     XMapWindow(dpy, win);
     XSync(dpy, False);
@@ -124,7 +130,10 @@ struct Host {
     XTestFakeButtonEvent(dpy, b, down ? True : False, CurrentTime);
     XSync(dpy, False);
   }
-  void Click(unsigned b) { Button(b, true); Button(b, false); }
+  void Click(unsigned b) {
+    Button(b, true);
+    Button(b, false);
+  }
   void Key(KeySym ks, bool shift = false) {
     const KeyCode shiftCode = XKeysymToKeycode(dpy, XK_Shift_L), code = XKeysymToKeycode(dpy, ks);
     if (shift) XTestFakeKeyEvent(dpy, shiftCode, True, CurrentTime);
@@ -135,7 +144,8 @@ struct Host {
   }
   // The window's pixels as an image.
   cairo_surface_t* Screenshot(int w, int h) {
-    XImage* img = XGetImage(dpy, win, 0, 0, static_cast<unsigned>(w), static_cast<unsigned>(h), AllPlanes, ZPixmap);
+    XImage* img =
+        XGetImage(dpy, win, 0, 0, static_cast<unsigned>(w), static_cast<unsigned>(h), AllPlanes, ZPixmap);
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, w, h);
     if (!img) return s;
     unsigned char* data = cairo_image_surface_get_data(s);
@@ -164,12 +174,14 @@ struct Editor {
   IGraphicsX11& x11() { return static_cast<IGraphicsX11&>(*g); }
 };
 
-bool IsRed(uint32_t p) { return Red(p) > 200 && Green(p) < 60 && Blue(p) < 60; }
+bool IsRed(uint32_t p) {
+  return Red(p) > 200 && Green(p) < 60 && Blue(p) < 60;
+}
 
 }  // namespace
 
 class X11Editor : public testing::Test {
-protected:
+ protected:
   void SetUp() override {
     ASSERT_TRUE(gServer && gServer->ok()) << "Xvfb could not be started";
     host = std::make_unique<Host>();
@@ -191,7 +203,10 @@ TEST_F(X11Editor, OpensAsChildOfTheHostWindowAndDrawsFromItsOwnTimer) {
   EXPECT_EQ(e.g->Rect(), IRECT(0.f, 0.f, 300.f, 200.f));
 
   // Nobody calls an idle hook: the window's own timer draws.
-  ASSERT_TRUE(WaitFor(*e.g, [&] { IRECT r; return e.x11().TimerTicks() > 3 && !e.g->IsDirty(r); }));
+  ASSERT_TRUE(WaitFor(*e.g, [&] {
+    IRECT r;
+    return e.x11().TimerTicks() > 3 && !e.g->IsDirty(r);
+  }));
   std::this_thread::sleep_for(50ms);
   cairo_surface_t* shot = host->Screenshot(400, 300);
   cairo_surface_write_to_png(shot, OutputPath("x11_editor_screenshot.png").c_str());
@@ -221,7 +236,10 @@ TEST_F(X11Editor, OpensAsChildOfTheHostWindowAndDrawsFromItsOwnTimer) {
     e.button->color = {0.1, 0.8, 0.1, 1};
     e.button->SetDirty();
   }
-  ASSERT_TRUE(WaitFor(*e.g, [&] { IRECT r; return !e.g->IsDirty(r); }));
+  ASSERT_TRUE(WaitFor(*e.g, [&] {
+    IRECT r;
+    return !e.g->IsDirty(r);
+  }));
   std::this_thread::sleep_for(30ms);
   shot = host->Screenshot(400, 300);
   EXPECT_GT(Green(PixelAt(shot, 30, 30)), 180);
@@ -280,7 +298,7 @@ TEST_F(X11Editor, MouseWheelAndKeysReachTheControlsAndTheHostGetsTheRest) {
   ASSERT_TRUE(WaitFor(*e.g, [&] { return e.button->keys.size() + e.background->keys.size() >= 4; }));
   {
     std::lock_guard<std::recursive_mutex> lock(e.g->GetLock());
-    ASSERT_EQ(e.button->keys.size(), 3u);  // a, A, space; F1 has no code
+    ASSERT_EQ(e.button->keys.size(), 3u);                        // a, A, space; F1 has no code
     EXPECT_EQ(e.background->keys, std::vector<int>{KEY_SPACE});  // not taken by the button
     EXPECT_EQ(e.button->keys[0], 15);
     EXPECT_EQ(e.button->keys[1], 15);
@@ -321,7 +339,10 @@ TEST_F(X11Editor, ScreenScaleComesFromXftDpi) {
   XGetWindowAttributes(d, static_cast<Window>(reinterpret_cast<uintptr_t>(child)), &a);
   EXPECT_EQ(a.width, 300);
   EXPECT_EQ(a.height, 150);
-  ASSERT_TRUE(WaitFor(*e.g, [&] { IRECT r; return e.x11().TimerTicks() > 3 && !e.g->IsDirty(r); }));
+  ASSERT_TRUE(WaitFor(*e.g, [&] {
+    IRECT r;
+    return e.x11().TimerTicks() > 3 && !e.g->IsDirty(r);
+  }));
   std::this_thread::sleep_for(30ms);
   cairo_surface_t* shot = host->Screenshot(400, 300);
   cairo_surface_write_to_png(shot, OutputPath("x11_editor_screenshot_144dpi.png").c_str());
@@ -359,7 +380,8 @@ TEST_F(X11Editor, ClipboardGoesBothWays) {
       int format;
       unsigned long count, after;
       unsigned char* data = nullptr;
-      XGetWindowProperty(d, host->win, prop, 0, 1024, True, AnyPropertyType, &type, &format, &count, &after, &data);
+      XGetWindowProperty(d, host->win, prop, 0, 1024, True, AnyPropertyType, &type, &format, &count, &after,
+                         &data);
       if (data) {
         received.assign(reinterpret_cast<char*>(data), count);
         XFree(data);
@@ -392,7 +414,9 @@ TEST_F(X11Editor, ClipboardGoesBothWays) {
         reply.xselection.time = r.time;
         reply.xselection.property = None;
         if (r.target == outf8) {
-          const char* s = "Momentary \xE2\x88\x92" "18 LU";
+          const char* s =
+              "Momentary \xE2\x88\x92"
+              "18 LU";
           XChangeProperty(other, r.requestor, r.property, outf8, 8, PropModeReplace,
                           reinterpret_cast<const unsigned char*>(s), static_cast<int>(strlen(s)));
           reply.xselection.property = r.property;
@@ -409,7 +433,9 @@ TEST_F(X11Editor, ClipboardGoesBothWays) {
   XDestroyWindow(other, owner);
   XCloseDisplay(other);
   EXPECT_TRUE(ok);
-  EXPECT_EQ(text, "Momentary \xE2\x88\x92" "18 LU");
+  EXPECT_EQ(text,
+            "Momentary \xE2\x88\x92"
+            "18 LU");
 }
 
 TEST_F(X11Editor, DroppedFilesAndAFolderArriveWithDirectoryFlags) {
@@ -431,15 +457,17 @@ TEST_F(X11Editor, DroppedFilesAndAFolderArriveWithDirectoryFlags) {
   int format;
   unsigned long count, after;
   unsigned char* data = nullptr;
-  ASSERT_EQ(XGetWindowProperty(d, target, XInternAtom(d, "XdndAware", False), 0, 1, False, XA_ATOM, &type, &format,
-                               &count, &after, &data), Success);
+  ASSERT_EQ(XGetWindowProperty(d, target, XInternAtom(d, "XdndAware", False), 0, 1, False, XA_ATOM, &type,
+                               &format, &count, &after, &data),
+            Success);
   ASSERT_NE(data, nullptr);
   EXPECT_EQ(*reinterpret_cast<long*>(data), 5);
   XFree(data);
 
   // The test is the drag source.
   const Window source = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
-  const Atom uriList = XInternAtom(d, "text/uri-list", False), selection = XInternAtom(d, "XdndSelection", False);
+  const Atom uriList = XInternAtom(d, "text/uri-list", False),
+             selection = XInternAtom(d, "XdndSelection", False);
   XSetSelectionOwner(d, selection, source, CurrentTime);
   auto send = [&](const char* name, long l1, long l2, long l3, long l4) {
     XEvent ev{};
@@ -487,7 +515,8 @@ TEST_F(X11Editor, DroppedFilesAndAFolderArriveWithDirectoryFlags) {
   };
   // Client messages to the source window are delivered to the test's connection.
   send("XdndEnter", 5L << 24, static_cast<long>(uriList), 0, 0);
-  send("XdndPosition", 0, (60L << 16) | 40L, CurrentTime, static_cast<long>(XInternAtom(d, "XdndActionCopy", False)));
+  send("XdndPosition", 0, (60L << 16) | 40L, CurrentTime,
+       static_cast<long>(XInternAtom(d, "XdndActionCopy", False)));
   XEvent status;
   ASSERT_TRUE(waitClient("XdndStatus", status));
   EXPECT_EQ(status.xclient.data.l[1] & 1, 1);  // accepted
@@ -545,7 +574,10 @@ TEST_F(X11Editor, GuiScaleResizesTheWindowAndIsKept) {
   float stored = 0.f;
   EXPECT_TRUE(IGraphicsResize::ReadScaleFile((folder / "GuiScale.ini").string(), stored));
   EXPECT_FLOAT_EQ(stored, 1.5f);
-  ASSERT_TRUE(WaitFor(*e.g, [&] { IRECT r; return !e.g->IsDirty(r); }));
+  ASSERT_TRUE(WaitFor(*e.g, [&] {
+    IRECT r;
+    return !e.g->IsDirty(r);
+  }));
   std::this_thread::sleep_for(30ms);
   cairo_surface_t* shot = host->Screenshot(400, 300);
   EXPECT_TRUE(IsRed(PixelAt(shot, 178, 118)));
@@ -609,7 +641,9 @@ TEST_F(X11Editor, TooltipShowsOnHoverAndHidesAtOnceOnTheNextControl) {
 namespace {
 struct ValueField : Recorder {
   using Recorder::Recorder;
-  void OnMouseDblClick(float, float, const IMouseMod&) override { GetGUI()->CreateTextEntry(this, mRECT, "-23"); }
+  void OnMouseDblClick(float, float, const IMouseMod&) override {
+    GetGUI()->CreateTextEntry(this, mRECT, "-23");
+  }
   void OnTextEntryCompletion(const std::string& text) override { typed = text; }
   std::string typed = "<none>";
 };
@@ -712,9 +746,10 @@ TEST(X11FileDialog, ZenityGetsItsOptionsAsArgumentsAndPathsStayIntact) {
   const std::string chosen = "/tmp/My \"final\" mix; $(touch pwned) `id` \xC3\xA9t\xC3\xA9.csv";
   fake.Answer(chosen + "\n", 0);
   EXPECT_EQ(g.PromptForFile(true, "csv", folder, "Take \"1\" $(id).csv"), chosen);
-  EXPECT_EQ(fake.Args(), (Args{"zenity", "--file-selection", "--title=Save File", "--save",
-                               "--filename=" + folder + "/Take \"1\" $(id).csv",
-                               "--file-filter=CSV files (*.csv) | *.csv *.CSV", "--file-filter=All files | *"}));
+  EXPECT_EQ(fake.Args(),
+            (Args{"zenity", "--file-selection", "--title=Save File", "--save",
+                  "--filename=" + folder + "/Take \"1\" $(id).csv",
+                  "--file-filter=CSV files (*.csv) | *.csv *.CSV", "--file-filter=All files | *"}));
   EXPECT_FALSE(std::filesystem::exists("pwned"));
   EXPECT_FALSE(std::filesystem::exists(fake.dir / "pwned"));
 
@@ -764,7 +799,8 @@ TEST(X11FileDialog, KdialogWhenZenityIsMissingAndNothingWhenNeitherIs) {
     FakeDialogs fake(false, true);
     EXPECT_TRUE(IGraphicsX11::FileDialogAvailable());
     fake.Answer("/srv/exports/Velorum_History.csv\n", 0);
-    EXPECT_EQ(g.PromptForFile(true, "csv", "/srv/exports", "Velorum_History.csv"), "/srv/exports/Velorum_History.csv");
+    EXPECT_EQ(g.PromptForFile(true, "csv", "/srv/exports", "Velorum_History.csv"),
+              "/srv/exports/Velorum_History.csv");
     EXPECT_EQ(fake.Args(), (Args{"kdialog", "--title", "Save File", "--getsavefilename",
                                  "/srv/exports/Velorum_History.csv", "*.csv *.CSV|CSV files (*.csv)"}));
     // A proposed name with a folder in it is not proposed.

@@ -41,7 +41,9 @@ bool EditorRect(HostedPlugin& plugin, int& width, int& height) {
   return width > 0 && height > 0;
 }
 
-HWND Handle(void* p) { return static_cast<HWND>(p); }
+HWND Handle(void* p) {
+  return static_cast<HWND>(p);
+}
 
 }  // namespace
 
@@ -56,14 +58,16 @@ std::unique_ptr<EditorWindow> EditorWindow::Open(HostedPlugin& plugin, std::stri
   // at a default size and is fitted afterwards.
   int width = 640, height = 400;
   EditorRect(plugin, width, height);
-  if (!HostWindowClass::Register()) return fail("RegisterClass failed with code " + std::to_string(GetLastError()));
+  if (!HostWindowClass::Register())
+    return fail("RegisterClass failed with code " + std::to_string(GetLastError()));
 
   std::unique_ptr<EditorWindow> window(new EditorWindow(plugin));
   const DWORD style = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
   RECT frame{0, 0, width, height};
   AdjustWindowRect(&frame, style, FALSE);
-  HWND top = CreateWindowExW(0, HostWindowClass::kName, L"Velorum harness", style, 0, 0, frame.right - frame.left,
-                             frame.bottom - frame.top, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+  HWND top =
+      CreateWindowExW(0, HostWindowClass::kName, L"Velorum harness", style, 0, 0, frame.right - frame.left,
+                      frame.bottom - frame.top, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
   if (!top) return fail("CreateWindowEx failed with code " + std::to_string(GetLastError()));
   window->mTop = top;
   SetWindowLongPtrW(top, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(window.get()));

@@ -37,7 +37,8 @@ std::unique_ptr<PluginModule> PluginModule::Load(const std::string& path, std::s
     return nullptr;
   }
   module->mHandle = handle;
-  module->mEntry = reinterpret_cast<EntryPoint>(reinterpret_cast<void*>(GetProcAddress(handle, "VSTPluginMain")));
+  module->mEntry =
+      reinterpret_cast<EntryPoint>(reinterpret_cast<void*>(GetProcAddress(handle, "VSTPluginMain")));
 #else
   int flags = RTLD_NOW | RTLD_LOCAL;
 #if defined(__SANITIZE_ADDRESS__)
@@ -114,15 +115,16 @@ void HostedPlugin::SetSampleRate(double rate) {
   Dispatch(vst::effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
 }
 
-intptr_t HostedPlugin::Callback(vst::AEffect* effect, int32_t opcode, int32_t index, intptr_t value, void* ptr,
-                                float opt) {
+intptr_t HostedPlugin::Callback(vst::AEffect* effect, int32_t opcode, int32_t index, intptr_t value,
+                                void* ptr, float opt) {
   HostedPlugin* host = effect && effect->user ? static_cast<HostedPlugin*>(effect->user) : tCreating;
   if (opcode == vst::audioMasterVersion) return 2400;
   if (!host) return 0;
   return host->Answer(opcode, index, value, ptr, opt);
 }
 
-intptr_t HostedPlugin::Answer(int32_t opcode, int32_t /*index*/, intptr_t /*value*/, void* ptr, float /*opt*/) {
+intptr_t HostedPlugin::Answer(int32_t opcode, int32_t /*index*/, intptr_t /*value*/, void* ptr,
+                              float /*opt*/) {
   {
     std::lock_guard<std::mutex> lock(mCountMutex);
     ++mCounts[opcode];
@@ -153,7 +155,8 @@ intptr_t HostedPlugin::Answer(int32_t opcode, int32_t /*index*/, intptr_t /*valu
     case vst::audioMasterGetProductString:
     case vst::audioMasterGetVendorString:
       if (ptr) {
-        const std::string& text = opcode == vst::audioMasterGetProductString ? mProduct : std::string("Velorum");
+        const std::string& text =
+            opcode == vst::audioMasterGetProductString ? mProduct : std::string("Velorum");
         std::strncpy(static_cast<char*>(ptr), text.c_str(), 63);
         static_cast<char*>(ptr)[63] = '\0';
       }
@@ -191,7 +194,8 @@ void HostedPlugin::AdvanceTransport(int frames) {
   Transport& t = mTransport;
   if (!t.playing || !t.advance) return;
   t.position += frames;
-  if (t.loop && t.loopEnd > t.loopStart && t.position >= t.loopEnd) t.position = t.loopStart + (t.position - t.loopEnd);
+  if (t.loop && t.loopEnd > t.loopStart && t.position >= t.loopEnd)
+    t.position = t.loopStart + (t.position - t.loopEnd);
 }
 
 int HostedPlugin::FramesUntilLoopEnd(int frames) const {
@@ -207,8 +211,8 @@ namespace {
 // past its channels), outputs into scratch that CollectOutputs reads back.
 template <typename T>
 void PinLists(const std::vector<std::vector<T>>& in, int pinsIn, int pinsOut, int offset, int frames,
-              std::vector<std::vector<T>>& spareIn, std::vector<std::vector<T>>& spareOut, std::vector<T*>& inPtrs,
-              std::vector<T*>& outPtrs) {
+              std::vector<std::vector<T>>& spareIn, std::vector<std::vector<T>>& spareOut,
+              std::vector<T*>& inPtrs, std::vector<T*>& outPtrs) {
   const size_t need = size_t(std::max(frames, 1));
   spareIn.resize(size_t(pinsIn));
   spareOut.resize(size_t(pinsOut));
@@ -244,16 +248,16 @@ void CollectOutputs(std::vector<std::vector<T>>& out, const std::vector<std::vec
 
 }  // namespace
 
-void HostedPlugin::ProcessFloat(const std::vector<std::vector<float>>& in, std::vector<std::vector<float>>& out,
-                                int offset, int frames) {
+void HostedPlugin::ProcessFloat(const std::vector<std::vector<float>>& in,
+                                std::vector<std::vector<float>>& out, int offset, int frames) {
   PinLists(in, NumInputs(), NumOutputs(), offset, frames, mSpareInF, mSpareOutF, mInPtrsF, mOutPtrsF);
   mEffect->processReplacing(mEffect, mInPtrsF.data(), mOutPtrsF.data(), frames);
   CollectOutputs(out, mSpareOutF, offset, frames);
   AdvanceTransport(frames);
 }
 
-void HostedPlugin::ProcessDouble(const std::vector<std::vector<double>>& in, std::vector<std::vector<double>>& out,
-                                 int offset, int frames) {
+void HostedPlugin::ProcessDouble(const std::vector<std::vector<double>>& in,
+                                 std::vector<std::vector<double>>& out, int offset, int frames) {
   PinLists(in, NumInputs(), NumOutputs(), offset, frames, mSpareInD, mSpareOutD, mInPtrsD, mOutPtrsD);
   mEffect->processDoubleReplacing(mEffect, mInPtrsD.data(), mOutPtrsD.data(), frames);
   CollectOutputs(out, mSpareOutD, offset, frames);
@@ -266,14 +270,16 @@ void HostedPlugin::RunFloat(const std::vector<std::vector<float>>& in, std::vect
             [&](int offset, int frames) { ProcessFloat(in, out, offset, frames); });
 }
 
-void HostedPlugin::RunDouble(const std::vector<std::vector<double>>& in, std::vector<std::vector<double>>& out,
-                             const std::vector<int>& blockSizes) {
+void HostedPlugin::RunDouble(const std::vector<std::vector<double>>& in,
+                             std::vector<std::vector<double>>& out, const std::vector<int>& blockSizes) {
   RunBlocks(in.empty() ? 0 : static_cast<int>(in[0].size()), blockSizes,
             [&](int offset, int frames) { ProcessDouble(in, out, offset, frames); });
 }
 
-void HostedPlugin::RunBlocks(int total, const std::vector<int>& sizes, const std::function<void(int, int)>& part) {
-  const bool anyFrames = sizes.empty() || std::any_of(sizes.begin(), sizes.end(), [](int n) { return n > 0; });
+void HostedPlugin::RunBlocks(int total, const std::vector<int>& sizes,
+                             const std::function<void(int, int)>& part) {
+  const bool anyFrames =
+      sizes.empty() || std::any_of(sizes.begin(), sizes.end(), [](int n) { return n > 0; });
   if (!anyFrames) return;
   size_t k = 0;
   int offset = 0;

@@ -41,18 +41,20 @@ struct Transport {
   bool loop = false;
   double loopStart = 0.0;  // samples
   double loopEnd = 0.0;
-  bool advance = true;     // the host moves the position after each block while playing
+  bool advance = true;  // the host moves the position after each block while playing
 };
 
 class HostedPlugin {
  public:
   // Creates an instance and brings it up: effOpen, sample rate, block size, resume.
   static std::unique_ptr<HostedPlugin> Create(PluginModule& module, double sampleRate = 48000.0,
-                                              int blockSize = 512, const std::string& hostProduct = "Velorum Host");
+                                              int blockSize = 512,
+                                              const std::string& hostProduct = "Velorum Host");
   ~HostedPlugin();  // suspend and effClose
 
   vst::AEffect* Effect() const { return mEffect; }
-  intptr_t Dispatch(int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr, float opt = 0.f);
+  intptr_t Dispatch(int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr,
+                    float opt = 0.f);
   double SampleRate() const { return mSampleRate; }
   int NumInputs() const { return mEffect->numInputs; }
   int NumOutputs() const { return mEffect->numOutputs; }
@@ -63,10 +65,10 @@ class HostedPlugin {
 
   // Audio: in/out are [channel][frame]; missing channels are fed silence and
   // extra outputs are discarded. Blocks larger than the data are cut.
-  void ProcessFloat(const std::vector<std::vector<float>>& in, std::vector<std::vector<float>>& out, int offset,
-                    int frames);
-  void ProcessDouble(const std::vector<std::vector<double>>& in, std::vector<std::vector<double>>& out, int offset,
-                     int frames);
+  void ProcessFloat(const std::vector<std::vector<float>>& in, std::vector<std::vector<float>>& out,
+                    int offset, int frames);
+  void ProcessDouble(const std::vector<std::vector<double>>& in, std::vector<std::vector<double>>& out,
+                     int offset, int frames);
   // Runs a whole signal in blocks of the given sizes (cycled), honouring the
   // transport's loop by splitting a block at the loop end as hosts do.
   void RunFloat(const std::vector<std::vector<float>>& in, std::vector<std::vector<float>>& out,
@@ -87,7 +89,8 @@ class HostedPlugin {
 
  private:
   HostedPlugin() = default;
-  static intptr_t Callback(vst::AEffect* effect, int32_t opcode, int32_t index, intptr_t value, void* ptr, float opt);
+  static intptr_t Callback(vst::AEffect* effect, int32_t opcode, int32_t index, intptr_t value, void* ptr,
+                           float opt);
   intptr_t Answer(int32_t opcode, int32_t index, intptr_t value, void* ptr, float opt);
   void AdvanceTransport(int frames);
   int FramesUntilLoopEnd(int frames) const;

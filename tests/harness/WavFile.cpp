@@ -9,8 +9,12 @@ namespace velorum::harness {
 
 namespace {
 
-uint32_t U32(const uint8_t* p) { return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24; }
-uint16_t U16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
+uint32_t U32(const uint8_t* p) {
+  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+uint16_t U16(const uint8_t* p) {
+  return uint16_t(p[0] | p[1] << 8);
+}
 
 bool Fail(std::string* error, const char* message) {
   if (error) *error = message;
@@ -32,7 +36,8 @@ bool ReadWav(const std::string& path, WavData& out, std::string* error) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return Fail(error, "cannot open file");
   const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 || std::memcmp(bytes.data() + 8, "WAVE", 4) != 0) {
+  if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 ||
+      std::memcmp(bytes.data() + 8, "WAVE", 4) != 0) {
     return Fail(error, "not a RIFF/WAVE file");
   }
   int format = 0, channels = 0, bits = 0;
@@ -58,7 +63,8 @@ bool ReadWav(const std::string& path, WavData& out, std::string* error) {
     pos = body + size + (size & 1);
   }
   if (!data || channels <= 0 || rate == 0) return Fail(error, "missing fmt or data chunk");
-  if (!((format == 1 && (bits == 16 || bits == 24 || bits == 32)) || (format == 3 && (bits == 32 || bits == 64)))) {
+  if (!((format == 1 && (bits == 16 || bits == 24 || bits == 32)) ||
+        (format == 3 && (bits == 32 || bits == 64)))) {
     return Fail(error, "unsupported sample format");
   }
   const size_t width = size_t(bits) / 8;
@@ -81,7 +87,8 @@ bool ReadWav(const std::string& path, WavData& out, std::string* error) {
       } else if (bits == 16) {
         v = static_cast<float>(static_cast<int16_t>(U16(p))) / 32768.0f;
       } else if (bits == 24) {
-        const int32_t s = static_cast<int32_t>(uint32_t(p[0]) << 8 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 24) >> 8;
+        const int32_t s =
+            static_cast<int32_t>(uint32_t(p[0]) << 8 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 24) >> 8;
         v = static_cast<float>(s) / 8388608.0f;
       } else {
         v = static_cast<float>(static_cast<double>(static_cast<int32_t>(U32(p))) / 2147483648.0);

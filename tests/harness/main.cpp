@@ -41,9 +41,11 @@ double Reading(HostedPlugin& plug, int which) {
 }
 
 int Usage() {
-  std::fprintf(stderr,
-               "usage: velorum-host PLUGIN WAV [--double] [--blocks 512,1,0] [--stopped] [--tempo BPM] [--rate HZ]\n"
-               "       [--save-program F] [--load-program F] [--save-bank F] [--load-bank F] [--product NAME] [--out WAV]\n");
+  std::fprintf(
+      stderr,
+      "usage: velorum-host PLUGIN WAV [--double] [--blocks 512,1,0] [--stopped] [--tempo BPM] [--rate HZ]\n"
+      "       [--save-program F] [--load-program F] [--save-bank F] [--load-bank F] [--product NAME] [--out "
+      "WAV]\n");
   return 2;
 }
 
@@ -59,16 +61,26 @@ int main(int argc, char** argv) {
   for (int i = 3; i < argc; ++i) {
     const std::string a = argv[i];
     auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : std::string(); };
-    if (a == "--double") useDouble = true;
-    else if (a == "--stopped") stopped = true;
-    else if (a == "--tempo") tempo = std::atof(next().c_str());
-    else if (a == "--rate") rate = std::atof(next().c_str());
-    else if (a == "--save-program") saveProgram = next();
-    else if (a == "--load-program") loadProgram = next();
-    else if (a == "--save-bank") saveBank = next();
-    else if (a == "--load-bank") loadBank = next();
-    else if (a == "--product") product = next();
-    else if (a == "--out") outPath = next();
+    if (a == "--double")
+      useDouble = true;
+    else if (a == "--stopped")
+      stopped = true;
+    else if (a == "--tempo")
+      tempo = std::atof(next().c_str());
+    else if (a == "--rate")
+      rate = std::atof(next().c_str());
+    else if (a == "--save-program")
+      saveProgram = next();
+    else if (a == "--load-program")
+      loadProgram = next();
+    else if (a == "--save-bank")
+      saveBank = next();
+    else if (a == "--load-bank")
+      loadBank = next();
+    else if (a == "--product")
+      product = next();
+    else if (a == "--out")
+      outPath = next();
     else if (a == "--blocks") {
       blocks.clear();
       std::stringstream list(next());
@@ -102,17 +114,20 @@ int main(int argc, char** argv) {
   plug->Dispatch(vst::effGetProductString, 0, 0, productName);
   const uint32_t id = static_cast<uint32_t>(e->uniqueID);
   std::printf("effect: %s / %s / %s\n", name, vendor, productName);
-  std::printf("magic 0x%08X flags 0x%X id '%c%c%c%c' version %d vst %d inputs %d outputs %d params %d programs %d\n",
-              static_cast<unsigned>(e->magic), static_cast<unsigned>(e->flags), char(id >> 24), char(id >> 16),
-              char(id >> 8), char(id), e->version, static_cast<int>(plug->Dispatch(vst::effGetVstVersion)),
-              e->numInputs, e->numOutputs, e->numParams, e->numPrograms);
+  std::printf(
+      "magic 0x%08X flags 0x%X id '%c%c%c%c' version %d vst %d inputs %d outputs %d params %d programs %d\n",
+      static_cast<unsigned>(e->magic), static_cast<unsigned>(e->flags), char(id >> 24), char(id >> 16),
+      char(id >> 8), char(id), e->version, static_cast<int>(plug->Dispatch(vst::effGetVstVersion)),
+      e->numInputs, e->numOutputs, e->numParams, e->numPrograms);
   plug->SetChannels(wav.channels);
 
   if (!loadProgram.empty()) {
-    std::printf("load program %s: %d\n", loadProgram.c_str(), static_cast<int>(plug->LoadChunk(ReadFile(loadProgram))));
+    std::printf("load program %s: %d\n", loadProgram.c_str(),
+                static_cast<int>(plug->LoadChunk(ReadFile(loadProgram))));
   }
   if (!loadBank.empty()) {
-    std::printf("load bank %s: %d\n", loadBank.c_str(), static_cast<int>(plug->LoadChunk(ReadFile(loadBank), false)));
+    std::printf("load bank %s: %d\n", loadBank.c_str(),
+                static_cast<int>(plug->LoadChunk(ReadFile(loadBank), false)));
   }
 
   plug->HostTransport().playing = !stopped;
@@ -121,7 +136,8 @@ int main(int argc, char** argv) {
   double maxDifference = 0.0;
   if (useDouble) {
     std::vector<std::vector<double>> in(size_t(wav.channels)), outD(size_t(wav.channels));
-    for (int c = 0; c < wav.channels; ++c) in[size_t(c)].assign(wav.samples[size_t(c)].begin(), wav.samples[size_t(c)].end());
+    for (int c = 0; c < wav.channels; ++c)
+      in[size_t(c)].assign(wav.samples[size_t(c)].begin(), wav.samples[size_t(c)].end());
     plug->RunDouble(in, outD, blocks);
     for (int c = 0; c < wav.channels; ++c) {
       out[size_t(c)].assign(outD[size_t(c)].begin(), outD[size_t(c)].end());
@@ -133,16 +149,19 @@ int main(int argc, char** argv) {
     plug->RunFloat(wav.samples, out, blocks);
     for (int c = 0; c < wav.channels; ++c) {
       for (size_t i = 0; i < wav.Frames(); ++i) {
-        maxDifference = std::max(maxDifference, double(std::fabs(wav.samples[size_t(c)][i] - out[size_t(c)][i])));
+        maxDifference =
+            std::max(maxDifference, double(std::fabs(wav.samples[size_t(c)][i] - out[size_t(c)][i])));
       }
     }
   }
-  std::printf("processed %zu frames x %d channels (%s), largest output difference %g\n", wav.Frames(), wav.channels,
-              useDouble ? "double" : "float", maxDifference);
-  std::printf("integrated %.2f LUFS, range %.2f LU, momentary max %.2f, short-term max %.2f, true peak max %.2f dBTP\n",
-              Reading(*plug, kReadingIntegrated), Reading(*plug, kReadingLoudnessRange),
-              Reading(*plug, kReadingMomentaryMax), Reading(*plug, kReadingShortTermMax),
-              Reading(*plug, kReadingTruePeakMax));
+  std::printf("processed %zu frames x %d channels (%s), largest output difference %g\n", wav.Frames(),
+              wav.channels, useDouble ? "double" : "float", maxDifference);
+  std::printf(
+      "integrated %.2f LUFS, range %.2f LU, momentary max %.2f, short-term max %.2f, true peak max %.2f "
+      "dBTP\n",
+      Reading(*plug, kReadingIntegrated), Reading(*plug, kReadingLoudnessRange),
+      Reading(*plug, kReadingMomentaryMax), Reading(*plug, kReadingShortTermMax),
+      Reading(*plug, kReadingTruePeakMax));
   std::printf("timeline %.0f samples, host time requests %d\n", Reading(*plug, kReadingPosition),
               plug->CallbackCount(vst::audioMasterGetTime));
 

@@ -23,7 +23,10 @@ EditorLog gLog;
 
 class FakeEditor : public IEditor {
  public:
-  explicit FakeEditor(IPlugBase& plug) : mPlug(plug) { mRect.right = 900; mRect.bottom = 600; }
+  explicit FakeEditor(IPlugBase& plug) : mPlug(plug) {
+    mRect.right = 900;
+    mRect.bottom = 600;
+  }
   bool Open(void* parent) override {
     gLog.calls.push_back("open");
     gLog.parent = parent;
@@ -41,9 +44,13 @@ class FakeEditor : public IEditor {
   EditorRect mRect;
 };
 
-std::unique_ptr<IEditor> MakeFake(IPlugBase& plug) { return std::make_unique<FakeEditor>(plug); }
+std::unique_ptr<IEditor> MakeFake(IPlugBase& plug) {
+  return std::make_unique<FakeEditor>(plug);
+}
 
-intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) { return 0; }
+intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) {
+  return 0;
+}
 
 TEST(EditorSeam, DispatcherDrivesTheRegisteredEditor) {
   gLog = EditorLog{};

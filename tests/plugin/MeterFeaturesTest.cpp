@@ -91,11 +91,20 @@ TEST(PeakMeters, HoldTheBlockPeaksOfEachChannel) {
 
 // The parameters a standard writes, with the values expected after the write.
 std::map<int, double> RowValues(const LoudnessStandard& s) {
-  return {{17, s.target},     {10, s.upper},          {11, s.lower},
-          {13, s.truePeakMax}, {96, RelativeGateChoiceIndex(s.relativeGateLU)},
-          {15, s.lkfs ? 1 : 0}, {12, s.gateMode},      {33, s.maximum},
-          {34, s.maximum},     {77, s.p77},            {36, s.rangeUpper},
-          {37, s.rangeLower},  {92, s.dialTarget},     {42, s.percent},
+  return {{17, s.target},
+          {10, s.upper},
+          {11, s.lower},
+          {13, s.truePeakMax},
+          {96, RelativeGateChoiceIndex(s.relativeGateLU)},
+          {15, s.lkfs ? 1 : 0},
+          {12, s.gateMode},
+          {33, s.maximum},
+          {34, s.maximum},
+          {77, s.p77},
+          {36, s.rangeUpper},
+          {37, s.rangeLower},
+          {92, s.dialTarget},
+          {42, s.percent},
           {90, 0}};
 }
 

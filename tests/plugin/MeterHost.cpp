@@ -52,22 +52,25 @@ std::vector<std::vector<float>> MeterHost::Run(const std::vector<std::vector<flo
   return out;
 }
 
-std::vector<std::vector<float>> Sine(double frequency, double dbfs, double seconds, double rate, int channels) {
+std::vector<std::vector<float>> Sine(double frequency, double dbfs, double seconds, double rate,
+                                     int channels) {
   const auto frames = static_cast<size_t>(std::llround(seconds * rate));
   const double amplitude = std::pow(10.0, dbfs / 20.0);
   std::vector<float> one(frames);
   for (size_t i = 0; i < frames; ++i) {
-    one[i] = static_cast<float>(amplitude * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(i) / rate));
+    one[i] = static_cast<float>(amplitude *
+                                std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(i) / rate));
   }
   return std::vector<std::vector<float>>(size_t(channels), one);
 }
 
 std::vector<std::vector<float>> Silence(double seconds, double rate, int channels) {
-  return std::vector<std::vector<float>>(size_t(channels),
-                                         std::vector<float>(static_cast<size_t>(std::llround(seconds * rate)), 0.0f));
+  return std::vector<std::vector<float>>(
+      size_t(channels), std::vector<float>(static_cast<size_t>(std::llround(seconds * rate)), 0.0f));
 }
 
-std::vector<std::vector<float>> Noise(double seconds, double rate, int channels, unsigned seed, float amplitude) {
+std::vector<std::vector<float>> Noise(double seconds, double rate, int channels, unsigned seed,
+                                      float amplitude) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> dist(-amplitude, amplitude);
   const auto frames = static_cast<size_t>(std::llround(seconds * rate));
@@ -81,7 +84,8 @@ std::vector<std::vector<float>> Noise(double seconds, double rate, int channels,
 std::vector<std::vector<float>> Concat(const std::vector<std::vector<std::vector<float>>>& parts) {
   std::vector<std::vector<float>> all(parts.empty() ? 0 : parts[0].size());
   for (const auto& part : parts) {
-    for (size_t c = 0; c < all.size() && c < part.size(); ++c) all[c].insert(all[c].end(), part[c].begin(), part[c].end());
+    for (size_t c = 0; c < all.size() && c < part.size(); ++c)
+      all[c].insert(all[c].end(), part[c].begin(), part[c].end());
   }
   return all;
 }

@@ -40,9 +40,11 @@ class MeterHost {
 
 // A sine of `frequency` Hz with peak amplitude 10^(dbfs/20) on `channels`
 // identical channels.
-std::vector<std::vector<float>> Sine(double frequency, double dbfs, double seconds, double rate, int channels = 2);
+std::vector<std::vector<float>> Sine(double frequency, double dbfs, double seconds, double rate,
+                                     int channels = 2);
 std::vector<std::vector<float>> Silence(double seconds, double rate, int channels = 2);
-std::vector<std::vector<float>> Noise(double seconds, double rate, int channels, unsigned seed, float amplitude = 0.5f);
+std::vector<std::vector<float>> Noise(double seconds, double rate, int channels, unsigned seed,
+                                      float amplitude = 0.5f);
 // Joins signals end to end.
 std::vector<std::vector<float>> Concat(const std::vector<std::vector<std::vector<float>>>& parts);
 

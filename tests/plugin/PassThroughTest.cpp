@@ -30,7 +30,8 @@ TEST(PassThrough, FloatPathIsBitExact) {
   const auto out = meter.Run(signal, kOddBlocks);
   for (size_t c = 0; c < 2; ++c) {
     ASSERT_EQ(out[c].size(), signal[c].size());
-    EXPECT_EQ(std::memcmp(out[c].data(), signal[c].data(), signal[c].size() * sizeof(float)), 0) << "channel " << c;
+    EXPECT_EQ(std::memcmp(out[c].data(), signal[c].data(), signal[c].size() * sizeof(float)), 0)
+        << "channel " << c;
   }
   EXPECT_GT(meter.Reading(kReadingMeasuredSamples), 0.0);
 }
@@ -40,7 +41,8 @@ TEST(PassThrough, DoublePathIsBitExact) {
   const auto noise = Noise(2.0, 44100.0, 2, 11, 1.0f);
   std::vector<std::vector<double>> in(2), out(2);
   for (size_t c = 0; c < 2; ++c) {
-    for (float v : noise[c]) in[c].push_back(static_cast<double>(v) * (1.0 + 1e-9));  // not representable as float
+    for (float v : noise[c])
+      in[c].push_back(static_cast<double>(v) * (1.0 + 1e-9));  // not representable as float
   }
   meter.Transport().playing = true;
   meter.Host().RunDouble(in, out, kOddBlocks);
@@ -53,7 +55,8 @@ TEST(PassThrough, DoublePathIsBitExact) {
 TEST(PassThrough, AccumulatingPathAddsToTheHostBuffer) {
   MeterHost meter(48000.0, 2);
   harness::HostedPlugin& h = meter.Host();
-  std::vector<std::vector<float>> in(24, std::vector<float>(256, 0.0f)), out(24, std::vector<float>(256, 0.25f));
+  std::vector<std::vector<float>> in(24, std::vector<float>(256, 0.0f)),
+      out(24, std::vector<float>(256, 0.25f));
   for (int i = 0; i < 256; ++i) in[0][size_t(i)] = in[1][size_t(i)] = 0.5f;
   std::vector<float*> inPtrs, outPtrs;
   for (auto& v : in) inPtrs.push_back(v.data());

@@ -80,8 +80,8 @@ TEST(PluginBoundary, UnusedAndOutOfRangeOpcodesReturnZero) {
   harness::HostedPlugin& h = meter.Host();
   char scratch[512] = {};
   for (int32_t op = 70; op < 400; ++op) EXPECT_EQ(h.Dispatch(op, 1, 1, scratch, 1.0f), 0) << op;
-  for (int32_t op : {9, 16, 17, 18, 20, 21, 28, 30, 31, 32, 36, 37, 38, 39, 40, 41, 43, 44, 46, 54, 55, 56, 57, 59, 60,
-                     61, 62, 63, 64, 65, 67, 68, -1, -1000}) {
+  for (int32_t op : {9,  16, 17, 18, 20, 21, 28, 30, 31, 32, 36, 37, 38, 39, 40, 41, 43,
+                     44, 46, 54, 55, 56, 57, 59, 60, 61, 62, 63, 64, 65, 67, 68, -1, -1000}) {
     EXPECT_EQ(h.Dispatch(op, 0, 0, nullptr, 0.0f), 0) << op;
   }
   EXPECT_EQ(h.Dispatch(vst::effEditIdle), 0);

@@ -31,7 +31,8 @@ void Put(std::vector<uint8_t>& b, size_t at, T v) {
 std::unique_ptr<MeterHost> MeasuredMeter(double seconds = 4.0) {
   auto meter = std::make_unique<MeterHost>(48000.0, 2);
   meter->Transport().playing = true;
-  meter->Play(Concat({Sine(997.0, -18.0, seconds / 2, 48000.0), Noise(seconds / 2, 48000.0, 2, 5, 0.2f)}), {480, 37});
+  meter->Play(Concat({Sine(997.0, -18.0, seconds / 2, 48000.0), Noise(seconds / 2, 48000.0, 2, 5, 0.2f)}),
+              {480, 37});
   return meter;
 }
 
@@ -67,8 +68,9 @@ TEST(StateChunk, RoundTripIntoAFreshInstanceIsByteIdentical) {
   MeterHost fresh(48000.0, 2);
   ASSERT_EQ(fresh.Host().LoadChunk(saved), 1);
   EXPECT_EQ(fresh.Host().SaveChunk(), saved);
-  for (int r : {kReadingIntegrated, kReadingMomentaryMax, kReadingShortTermMax, kReadingLoudnessRange,
-                kReadingTruePeakMax, kReadingPlr, kReadingPosition, kReadingMeasuredSamples, kReadingBlocks}) {
+  for (int r :
+       {kReadingIntegrated, kReadingMomentaryMax, kReadingShortTermMax, kReadingLoudnessRange,
+        kReadingTruePeakMax, kReadingPlr, kReadingPosition, kReadingMeasuredSamples, kReadingBlocks}) {
     EXPECT_EQ(fresh.Reading(r), meter->Reading(r)) << "reading " << r;
   }
   EXPECT_EQ(fresh.AllParams(), meter->AllParams());
@@ -151,13 +153,15 @@ TEST(StateChunk, RandomAndDamagedBytesNeverCrash) {
   for (int round = 0; round < 400; ++round) {
     std::vector<uint8_t> bytes(random() % 600);
     for (auto& b : bytes) b = static_cast<uint8_t>(random());
-    if (round % 2 && bytes.size() >= 8) std::memcpy(bytes.data(), chunk.data(), 8);  // valid header, junk body
+    if (round % 2 && bytes.size() >= 8)
+      std::memcpy(bytes.data(), chunk.data(), 8);  // valid header, junk body
     const intptr_t r = target.Host().LoadChunk(bytes);
     EXPECT_TRUE(r == 0 || r == 1);
   }
   for (int round = 0; round < 400; ++round) {
     auto damaged = chunk;
-    for (int k = 0; k < 1 + round % 4; ++k) damaged[random() % damaged.size()] ^= static_cast<uint8_t>(1 + random() % 255);
+    for (int k = 0; k < 1 + round % 4; ++k)
+      damaged[random() % damaged.size()] ^= static_cast<uint8_t>(1 + random() % 255);
     const intptr_t r = target.Host().LoadChunk(damaged);
     EXPECT_TRUE(r == 0 || r == 1);
   }
@@ -187,7 +191,8 @@ struct Tail {
 Tail FindTail(const std::vector<uint8_t>& chunk) {
   for (size_t at = chunk.size() - 12; at > kHeader; --at) {
     const auto a = Get<int32_t>(chunk, at), b = Get<int32_t>(chunk, at + 4), c = Get<int32_t>(chunk, at + 8);
-    if (a > 0 && b > 0 && c >= 0 && c < 64 && at + 12 + size_t(a + b + c) * 8 == chunk.size()) return {at, a, b, c};
+    if (a > 0 && b > 0 && c >= 0 && c < 64 && at + 12 + size_t(a + b + c) * 8 == chunk.size())
+      return {at, a, b, c};
   }
   return {0, 0, 0, 0};
 }
@@ -203,9 +208,9 @@ TEST(StateChunk, ParameterTailIsConstrainedAndMayBeShorter) {
 
   // Hostile values pass through each parameter's constraint.
   auto hostile = chunk;
-  Put<double>(hostile, values + 1 * 8, 1e12);                                   // int 10..70
+  Put<double>(hostile, values + 1 * 8, 1e12);                                      // int 10..70
   Put<double>(hostile, values + 2 * 8, std::numeric_limits<double>::quiet_NaN());  // double, default 24
-  Put<double>(hostile, values + 4 * 8, 0.7);                                     // bool
+  Put<double>(hostile, values + 4 * 8, 0.7);                                       // bool
   MeterHost target(48000.0, 2);
   ASSERT_EQ(target.Host().LoadChunk(hostile), 1);
   EXPECT_EQ(target.Param(1), 70.0);

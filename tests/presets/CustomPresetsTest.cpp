@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -107,10 +107,11 @@ TEST(CustomPresets, ValuesBetweenTheStepsAndUnicodeNamesRoundTrip) {
   ASSERT_TRUE(ParseCustomPreset(FormatCustomPreset(p), back, message)) << message;
   EXPECT_EQ(back, p);
   // Windows line ends, a byte-order mark, comments, other case, unknown keys.
-  const std::string edited = "\xEF\xBB\xBF; exported\r\n[PRESET]\r\nNAME = Edited\r\nversion=20506\r\ntarget=-24\r\n"
-                             "upper=-24\r\nlower=-70\r\nTrue Peak Max=-2\r\nrelative gate=-8\r\nunit=lkfs\r\n"
-                             "gate mode=1\r\nmaximum=30\r\nparam 77=16\r\nrange upper=-24\r\nrange lower=-70\r\n"
-                             "dialogue target=30\r\nparam 42=100\r\nfuture key=whatever\r\n";
+  const std::string edited =
+      "\xEF\xBB\xBF; exported\r\n[PRESET]\r\nNAME = Edited\r\nversion=20506\r\ntarget=-24\r\n"
+      "upper=-24\r\nlower=-70\r\nTrue Peak Max=-2\r\nrelative gate=-8\r\nunit=lkfs\r\n"
+      "gate mode=1\r\nmaximum=30\r\nparam 77=16\r\nrange upper=-24\r\nrange lower=-70\r\n"
+      "dialogue target=30\r\nparam 42=100\r\nfuture key=whatever\r\n";
   ASSERT_TRUE(ParseCustomPreset(edited, back, message)) << message;
   EXPECT_EQ(back.name, "Edited");
   EXPECT_EQ(back.relativeGateLU, -8);

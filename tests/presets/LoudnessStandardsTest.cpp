@@ -38,13 +38,37 @@ TEST(LoudnessStandards, WritesEveryParameterOnceInTheFixedOrder) {
 
 TEST(LoudnessStandards, KnownRowsWriteTheirValues) {
   // EBU R128: -23 LUFS, -1 dBTP, -10 LU gate (choice 2), LUFS, gate mode 0.
-  EXPECT_EQ(Values(1), (std::map<int, double>{{17, -23}, {10, -23}, {11, -70}, {13, -1}, {96, 2}, {15, 0},
-                                              {12, 0},   {33, 30},  {34, 30},  {77, 16}, {36, -23}, {37, -70},
-                                              {92, 30},  {42, 100}, {90, 0}}));
+  EXPECT_EQ(Values(1), (std::map<int, double>{{17, -23},
+                                              {10, -23},
+                                              {11, -70},
+                                              {13, -1},
+                                              {96, 2},
+                                              {15, 0},
+                                              {12, 0},
+                                              {33, 30},
+                                              {34, 30},
+                                              {77, 16},
+                                              {36, -23},
+                                              {37, -70},
+                                              {92, 30},
+                                              {42, 100},
+                                              {90, 0}}));
   // NETFLIX: dialogue-gated -27 LKFS, -2 dBTP.
-  EXPECT_EQ(Values(28), (std::map<int, double>{{17, -27}, {10, -27}, {11, -70}, {13, -2}, {96, 2}, {15, 1},
-                                               {12, 2},   {33, 30},  {34, 30},  {77, 16}, {36, 30}, {37, -70},
-                                               {92, -27}, {42, 100}, {90, 0}}));
+  EXPECT_EQ(Values(28), (std::map<int, double>{{17, -27},
+                                               {10, -27},
+                                               {11, -70},
+                                               {13, -2},
+                                               {96, 2},
+                                               {15, 1},
+                                               {12, 2},
+                                               {33, 30},
+                                               {34, 30},
+                                               {77, 16},
+                                               {36, 30},
+                                               {37, -70},
+                                               {92, -27},
+                                               {42, 100},
+                                               {90, 0}}));
   // EBU R128 S1 limits the short-term maximum to -18.
   EXPECT_EQ(Values(13)[33], -18);
   EXPECT_EQ(Values(13)[34], -18);

@@ -20,7 +20,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) { return 0; }
+intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) {
+  return 0;
+}
 
 // A private settings folder for the instances created by one test.
 std::string UseSettingsFolder(const std::string& name) {
@@ -35,7 +37,9 @@ std::string UseSettingsFolder(const std::string& name) {
   return dir.string();
 }
 
-std::unique_ptr<LoudnessMeterPlugin> NewInstance() { return std::make_unique<LoudnessMeterPlugin>(&NoHost); }
+std::unique_ptr<LoudnessMeterPlugin> NewInstance() {
+  return std::make_unique<LoudnessMeterPlugin>(&NoHost);
+}
 
 // The parameters a preset writes, as the plug-in holds them.
 std::vector<double> PresetParams(const LoudnessMeterPlugin& p) {

@@ -88,12 +88,16 @@ TEST(PresetEditor, MenuListsCustomPresetsUnderTheirHeaderWithCommands) {
   SaveToStore(meter.Folder(), "alpha", -21);
   MeterEditor& ed = meter.Editor();
   const std::vector<MenuItem> items = OpenPresetMenu(ed);
-  const auto header = std::find_if(items.begin(), items.end(), [](const MenuItem& m) { return m.text == "CUSTOM PRESETS"; });
+  const auto header =
+      std::find_if(items.begin(), items.end(), [](const MenuItem& m) { return m.text == "CUSTOM PRESETS"; });
   ASSERT_NE(header, items.end());
   EXPECT_TRUE(header->header);
-  const std::vector<std::pair<std::string, int>> after = {
-      {"alpha", 500}, {"Zulu", 501}, {"SAVE PRESET", ui::kSavePresetCommand}, {"IMPORT", ui::kImportPresetCommand},
-      {"SET DEFAULT", ui::kSetDefaultCommand}, {"Delete Preset", ui::kDeletePresetCommand}};
+  const std::vector<std::pair<std::string, int>> after = {{"alpha", 500},
+                                                          {"Zulu", 501},
+                                                          {"SAVE PRESET", ui::kSavePresetCommand},
+                                                          {"IMPORT", ui::kImportPresetCommand},
+                                                          {"SET DEFAULT", ui::kSetDefaultCommand},
+                                                          {"Delete Preset", ui::kDeletePresetCommand}};
   ASSERT_EQ(size_t(items.end() - header), after.size() + 1);
   for (size_t i = 0; i < after.size(); ++i) {
     const MenuItem& m = header[std::ptrdiff_t(i) + 1];
@@ -223,7 +227,8 @@ TEST(PresetEditor, ImportValidatesAndCopiesIntoThePresetsFolder) {
   EXPECT_TRUE(StoredNames(meter.Folder()).empty());
 
   ed.ImportPreset(good.string());
-  EXPECT_NE(ed.Message().Text().find("\"Shared Loud\" was imported"), std::string::npos) << ed.Message().Text();
+  EXPECT_NE(ed.Message().Text().find("\"Shared Loud\" was imported"), std::string::npos)
+      << ed.Message().Text();
   ed.Message().Press(0);
   EXPECT_EQ(StoredNames(meter.Folder()), std::vector<std::string>{"Shared Loud"});
   EXPECT_TRUE(fs::exists(fs::path(meter.Folder()) / "Presets" / "Shared Loud.qrxpreset"));

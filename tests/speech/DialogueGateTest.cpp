@@ -25,7 +25,8 @@ std::vector<double> Speech48k(double seconds, double gain = 1.0) {
   std::vector<double> up;
   for (std::size_t i = 0; i + 1 < clip.size(); ++i)
     for (int k = 0; k < 3; ++k)
-      up.push_back(gain * (static_cast<double>(clip[i]) * (3 - k) + static_cast<double>(clip[i + 1]) * k) / 3.0);
+      up.push_back(gain * (static_cast<double>(clip[i]) * (3 - k) + static_cast<double>(clip[i + 1]) * k) /
+                   3.0);
   up.insert(up.end(), static_cast<std::size_t>(0.3 * kRate), 0.0);
   std::vector<double> out(static_cast<std::size_t>(seconds * kRate));
   for (std::size_t i = 0; i < out.size(); ++i) out[i] = up[i % up.size()];
@@ -70,8 +71,10 @@ std::vector<double> Music48k(double seconds, double gain = 0.25, unsigned seed =
 struct Meter {
   LoudnessEngine engine;
   explicit Meter(int channels, int layout = -1) {
-    if (layout >= 0) engine.SetLayout(layout);
-    else engine.SetChannelCount(channels);
+    if (layout >= 0)
+      engine.SetLayout(layout);
+    else
+      engine.SetChannelCount(channels);
     engine.SetInputCount(channels);
     engine.SetSampleRate(kRate);
     engine.Reset();
@@ -116,7 +119,8 @@ TEST(DialogueGate, NoDialogueValueDuringTheClassifierLatencyThenSpeechCounts) {
   // The speech content, kept incrementally, is the share of flagged steps.
   int flagged = 0;
   for (std::uint8_t f : h.speechFlags) flagged += f != 0;
-  EXPECT_DOUBLE_EQ(m.engine.SpeechContent(), static_cast<double>(flagged) / static_cast<double>(h.speechFlags.size()));
+  EXPECT_DOUBLE_EQ(m.engine.SpeechContent(),
+                   static_cast<double>(flagged) / static_cast<double>(h.speechFlags.size()));
   // Blocks ending before 2.048 s carry no dialogue power, nor steps a flag.
   for (std::size_t i = 0; i < 20; ++i) EXPECT_EQ(h.dialogueMomentaryPower[i], 1e-12f) << i;
   for (std::size_t i = 0; i < 204; ++i) EXPECT_EQ(h.speechFlags[i], 0) << i;

@@ -1,10 +1,10 @@
-#include "engine/speech/DialogueResampler.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <vector>
+
+#include "engine/speech/DialogueResampler.h"
 
 namespace velorum {
 namespace {
@@ -20,9 +20,9 @@ TEST(DialogueResampler, FilterLengthFollowsTheInputRate) {
   EXPECT_EQ(DialogueResampler::TapsForRate(32000.0), 26);
   EXPECT_EQ(DialogueResampler::TapsForRate(22050.0), 22);
   // Other rates: ceil(rate / 48000 * 38), rounded down to even, at most 8192.
-  EXPECT_EQ(DialogueResampler::TapsForRate(16000.0), 12);   // ceil(12.67) = 13 -> 12
-  EXPECT_EQ(DialogueResampler::TapsForRate(11025.0), 8);    // ceil(8.73) = 9 -> 8
-  EXPECT_EQ(DialogueResampler::TapsForRate(64000.0), 50);   // ceil(50.67) = 51 -> 50
+  EXPECT_EQ(DialogueResampler::TapsForRate(16000.0), 12);  // ceil(12.67) = 13 -> 12
+  EXPECT_EQ(DialogueResampler::TapsForRate(11025.0), 8);   // ceil(8.73) = 9 -> 8
+  EXPECT_EQ(DialogueResampler::TapsForRate(64000.0), 50);  // ceil(50.67) = 51 -> 50
   EXPECT_EQ(DialogueResampler::TapsForRate(384000.0), 304);
   EXPECT_EQ(DialogueResampler::TapsForRate(1e7), 7916);  // ceil(7916.67) = 7917 -> 7916
   EXPECT_EQ(DialogueResampler::TapsForRate(2e7), 8192);
@@ -52,7 +52,8 @@ Resampled Resample(double inRate, double freq, double seconds, double amplitude 
   std::vector<float> buf(static_cast<std::size_t>(r.MaxOutputsPerInput()));
   const auto n = static_cast<long long>(inRate * seconds);
   for (long long i = 0; i < n; ++i) {
-    const float x = static_cast<float>(amplitude * std::sin(2.0 * kPi * freq * static_cast<double>(i) / inRate));
+    const float x =
+        static_cast<float>(amplitude * std::sin(2.0 * kPi * freq * static_cast<double>(i) / inRate));
     const int k = r.Push(x, buf.data());
     run.out.insert(run.out.end(), buf.begin(), buf.begin() + k);
   }
@@ -62,7 +63,8 @@ Resampled Resample(double inRate, double freq, double seconds, double amplitude 
 double RmsAfter(const std::vector<float>& x, std::size_t skip) {
   double s = 0.0;
   std::size_t n = 0;
-  for (std::size_t i = skip; i < x.size(); ++i, ++n) s += static_cast<double>(x[i]) * static_cast<double>(x[i]);
+  for (std::size_t i = skip; i < x.size(); ++i, ++n)
+    s += static_cast<double>(x[i]) * static_cast<double>(x[i]);
   return n ? std::sqrt(s / static_cast<double>(n)) : 0.0;
 }
 

@@ -1,9 +1,9 @@
-#include "engine/speech/DialogueWindowPair.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
+
+#include "engine/speech/DialogueWindowPair.h"
 
 namespace velorum {
 namespace {
@@ -11,8 +11,10 @@ namespace {
 // Both modes against a plain sum over the last L values, with reads at every
 // step and pushes in uneven pieces.
 TEST(DialogueWindowPair, MeansEqualThePlainSumOverTheLastValues) {
-  struct Case { int momentary, shortTerm, step; };
-  for (const Case c : {Case{40, 300, 10},   // lengths multiples of the step: block mode
+  struct Case {
+    int momentary, shortTerm, step;
+  };
+  for (const Case c : {Case{40, 300, 10},     // lengths multiples of the step: block mode
                        Case{44, 331, 10}}) {  // otherwise: ring mode
     SCOPED_TRACE(c.momentary);
     DialogueWindowPair w;
@@ -32,7 +34,9 @@ TEST(DialogueWindowPair, MeansEqualThePlainSumOverTheLastValues) {
       all.insert(all.end(), v.begin(), v.end());
       auto plain = [&](int length) {
         double s = 0.0;
-        for (std::size_t i = all.size() > static_cast<std::size_t>(length) ? all.size() - static_cast<std::size_t>(length) : 0;
+        for (std::size_t i = all.size() > static_cast<std::size_t>(length)
+                                 ? all.size() - static_cast<std::size_t>(length)
+                                 : 0;
              i < all.size(); ++i)
           s += all[i];
         return s / length;

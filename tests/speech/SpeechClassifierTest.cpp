@@ -1,5 +1,3 @@
-#include "engine/speech/SpeechClassifier.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "engine/speech/SpeechClassifier.h"
 #include "engine/speech/SpeechFft.h"
 #include "engine/speech/SpeechModel.h"
 #include "speech/SpeechTestSignals.h"
@@ -29,7 +28,8 @@ TEST(SpeechFft, MatchesADirectTransform) {
   for (int k : {0, 1, 2, 17, 100, 255, 256}) {
     std::complex<double> ref = 0.0;
     for (int n = 0; n < 512; ++n)
-      ref += static_cast<double>(x[static_cast<std::size_t>(n)]) * std::polar(1.0, -2.0 * kPi * k * n / 512.0);
+      ref +=
+          static_cast<double>(x[static_cast<std::size_t>(n)]) * std::polar(1.0, -2.0 * kPi * k * n / 512.0);
     EXPECT_NEAR(re[static_cast<std::size_t>(k)], ref.real(), 1e-3) << k;
     EXPECT_NEAR(im[static_cast<std::size_t>(k)], ref.imag(), 1e-3) << k;
   }
@@ -102,7 +102,8 @@ TEST(SpeechClassifier, RecognisesSynthesisedDialogueAtAnyLevel) {
   for (double gainDb : {-30.0, -12.0, 0.0}) {
     std::vector<float> audio;
     for (int r = 0; r < 3; ++r) {
-      for (float v : clip) audio.push_back(static_cast<float>(static_cast<double>(v) * std::pow(10.0, gainDb / 20.0)));
+      for (float v : clip)
+        audio.push_back(static_cast<float>(static_cast<double>(v) * std::pow(10.0, gainDb / 20.0)));
       audio.insert(audio.end(), 4000, 0.0f);
     }
     SpeechClassifier c;
@@ -124,7 +125,8 @@ TEST(SpeechClassifier, BlockSizeDoesNotChangeTheDecisions) {
   for (int block : {1, 7, 511, 512, 4096}) {
     SpeechClassifier c;
     for (std::size_t at = 0; at < clip.size(); at += static_cast<std::size_t>(block))
-      c.Push(clip.data() + at, static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(block), clip.size() - at)));
+      c.Push(clip.data() + at,
+             static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(block), clip.size() - at)));
     EXPECT_EQ(c.Decision(), whole.Decision()) << block;
     EXPECT_EQ(c.Probability(), whole.Probability()) << block;
   }
@@ -140,13 +142,16 @@ TEST(SpeechNet, StreamingMatchesTheWholeSequenceNetwork) {
   std::mt19937 rng(11);
   std::normal_distribution<float> g(0.0f, 1.0f);
   std::vector<float> in(static_cast<std::size_t>(kFrames) * W::kInputs);
-  for (std::size_t i = 0; i < in.size(); ++i) in[i] = w.mean[i % W::kInputs] + g(rng) / w.invStd[i % W::kInputs];
+  for (std::size_t i = 0; i < in.size(); ++i)
+    in[i] = w.mean[i % W::kInputs] + g(rng) / w.invStd[i % W::kInputs];
   std::vector<float> h(static_cast<std::size_t>(kFrames) * kC);
   for (int t = 0; t < kFrames; ++t)
     for (int o = 0; o < kC; ++o) {
       float a = w.inputBias[o];
       for (int i = 0; i < W::kInputs; ++i) {
-        const float x = std::fmax(-8.0f, std::fmin(8.0f, (in[static_cast<std::size_t>(t * W::kInputs + i)] - w.mean[i]) * w.invStd[i]));
+        const float x = std::fmax(
+            -8.0f,
+            std::fmin(8.0f, (in[static_cast<std::size_t>(t * W::kInputs + i)] - w.mean[i]) * w.invStd[i]));
         a += w.input[i][o] * x;
       }
       h[static_cast<std::size_t>(t * kC + o)] = std::fmax(a, 0.0f);
@@ -209,7 +214,8 @@ TEST(SpeechClassifier, HostileInputGivesDefinedDecisions) {
       [](std::size_t i) { return i % 4000 == 0 ? 1.0f : 0.0f; },
       [&](std::size_t i) {
         if (i > 20000 && i < 30000) return std::numeric_limits<float>::quiet_NaN();
-        return pick(rng) == 0 ? std::numeric_limits<float>::infinity() : 0.1f * static_cast<float>(pick(rng) - 2);
+        return pick(rng) == 0 ? std::numeric_limits<float>::infinity()
+                              : 0.1f * static_cast<float>(pick(rng) - 2);
       },
   };
   for (std::size_t m = 0; m < makers.size(); ++m) {

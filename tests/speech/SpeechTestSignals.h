@@ -37,7 +37,8 @@ inline std::vector<float> EspeakDialogue16k() {
     if (bytes[pos] == 'd' && bytes[pos + 1] == 'a' && bytes[pos + 2] == 't' && bytes[pos + 3] == 'a') {
       const std::size_t end = std::min(bytes.size(), pos + 8 + size);
       for (std::size_t i = pos + 8; i + 1 < end; i += 2)
-        out.push_back(static_cast<float>(static_cast<std::int16_t>(bytes[i] | (bytes[i + 1] << 8))) / 32768.0f);
+        out.push_back(static_cast<float>(static_cast<std::int16_t>(bytes[i] | (bytes[i + 1] << 8))) /
+                      32768.0f);
       break;
     }
     pos += 8 + size + (size & 1);

@@ -64,8 +64,10 @@ TEST(EditorExport, LiveProgrammeSummaryAndCsvFiles) {
   char integrated[64];
   std::snprintf(integrated, sizeof integrated, "\nIntegrated = %.1f LUFS\n", e.Integrated());
   EXPECT_EQ(summary.rfind("Velorum 2 - V", 0), 0u) << summary;
-  EXPECT_NE(summary.find("\nChannel Size: 2\n\nChannel Layout:\n\n1. L\n2. R\n"), std::string::npos) << summary;
-  EXPECT_NE(summary.find("\nTimecode Start: 00:00:00.000\nTimecode End: 00:00:20."), std::string::npos) << summary;
+  EXPECT_NE(summary.find("\nChannel Size: 2\n\nChannel Layout:\n\n1. L\n2. R\n"), std::string::npos)
+      << summary;
+  EXPECT_NE(summary.find("\nTimecode Start: 00:00:00.000\nTimecode End: 00:00:20."), std::string::npos)
+      << summary;
   EXPECT_NE(summary.find(integrated), std::string::npos) << summary;
   EXPECT_EQ(summary.find("File "), std::string::npos);
   // A name outside ASCII, as engineers name their programmes.
@@ -84,13 +86,15 @@ TEST(EditorExport, LiveProgrammeSummaryAndCsvFiles) {
   EXPECT_EQ(ReadAll(csvFile), csv);
 
   std::string dolby;
-  ASSERT_TRUE(ui::BuildTextExport(ed.Model(), ed.Settings(), ui::ExportKind::DolbyCsv, dolby, message)) << message;
+  ASSERT_TRUE(ui::BuildTextExport(ed.Model(), ed.Settings(), ui::ExportKind::DolbyCsv, dolby, message))
+      << message;
   EXPECT_EQ(dolby.rfind("Log File Path,", 0), 0u) << dolby;
 
   // Nothing analysed, nothing to normalise; without decoders the export is
   // not offered at all.
   std::string report;
-  const std::string refusal = ui::WriteNormalized(ed.Model(), Utf8(folder / "Velorum_Normalized.wav"), report);
+  const std::string refusal =
+      ui::WriteNormalized(ed.Model(), Utf8(folder / "Velorum_Normalized.wav"), report);
   if (ui::FileAnalysisAvailable())
     EXPECT_NE(refusal.find("Drop or choose an audio file first"), std::string::npos) << refusal;
   else

@@ -25,7 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> out;
   std::stringstream s(text);
@@ -48,7 +47,8 @@ TEST_F(EditorFiles, DroppedFileSummaryMatchesTheCommand) {
   // EBU Tech 3341 case 2: -33 LUFS.
   const auto lines = ed.Readout().Lines();
   EXPECT_EQ(lines[0].value, "-33.0");
-  EXPECT_NEAR(ed.Graph().TotalSeconds(), double(ed.Model().File()->frames) / ed.Model().File()->sampleRate, 0.02);
+  EXPECT_NEAR(ed.Graph().TotalSeconds(), double(ed.Model().File()->frames) / ed.Model().File()->sampleRate,
+              0.02);
   cairo_surface_t* shot = meter->Render(1.0);
   EXPECT_TRUE(tg_write_png(shot, std::string(VELORUM_BINARY_DIR) + "/docs-editor-file.png"));
   cairo_surface_destroy(shot);
@@ -60,8 +60,8 @@ TEST_F(EditorFiles, DroppedFileSummaryMatchesTheCommand) {
   ed.Message().Press(0);
 
   const fs::path theirs = exports / "command-summary.txt";
-  const std::string command = std::string(VELORUM_CLI_PATH) + " analyze --summary '" + theirs.string() + "' '" + wav +
-                              "' > /dev/null 2>&1";
+  const std::string command = std::string(VELORUM_CLI_PATH) + " analyze --summary '" + theirs.string() +
+                              "' '" + wav + "' > /dev/null 2>&1";
   ASSERT_EQ(std::system(command.c_str()), 0);
   const auto a = Lines(ReadFileText(mine)), b = Lines(ReadFileText(theirs));
   // The command adds an empty line and "File Name: " after the meter's own lines.
@@ -96,10 +96,11 @@ TEST_F(EditorFiles, ExportsAskBeforeReplacingAndReportFailures) {
   ed.Message().Press(0);
 
   // Images and the Dolby CSV have their formats.
-  for (auto [kind, name, magic] : {std::tuple{ui::ExportKind::Png, "_Graph.png", std::string("\x89PNG")},
-                                   std::tuple{ui::ExportKind::Svg, "_Graph.svg", std::string("<?xml")},
-                                   std::tuple{ui::ExportKind::Pdf, "_Report.pdf", std::string("%PDF")},
-                                   std::tuple{ui::ExportKind::DolbyCsv, "_Dolby.csv", std::string("Log File Path,")}}) {
+  for (auto [kind, name, magic] :
+       {std::tuple{ui::ExportKind::Png, "_Graph.png", std::string("\x89PNG")},
+        std::tuple{ui::ExportKind::Svg, "_Graph.svg", std::string("<?xml")},
+        std::tuple{ui::ExportKind::Pdf, "_Report.pdf", std::string("%PDF")},
+        std::tuple{ui::ExportKind::DolbyCsv, "_Dolby.csv", std::string("Log File Path,")}}) {
     ed.Export(kind);
     ed.Message().Press(0);
     const std::string bytes = ReadFileText(exports / (std::string("seq-3341-1-16bit") + name));

@@ -25,7 +25,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path U8(const std::string& s) { return fs::path(std::u8string(s.begin(), s.end())); }
+fs::path U8(const std::string& s) {
+  return fs::path(std::u8string(s.begin(), s.end()));
+}
 
 // The summary's "Name: value" and "Name = value" lines by name.
 std::map<std::string, std::string> Fields(const std::string& summary) {
@@ -78,8 +80,8 @@ class EditorFileWin : public DroppedFileTest {
 
 TEST_F(EditorFileWin, SummaryOfADroppedFileHasTheKnownAnswers) {
   // EBU Tech 3341 cases 1 and 2: 20 s of 1 kHz stereo at -23 and -33 LUFS.
-  for (auto [name, integrated] : {std::pair{"seq-3341-1-16bit.wav", "-23.0 LUFS"},
-                                  std::pair{"seq-3341-2-16bit.wav", "-33.0 LUFS"}}) {
+  for (auto [name, integrated] :
+       {std::pair{"seq-3341-1-16bit.wav", "-23.0 LUFS"}, std::pair{"seq-3341-2-16bit.wav", "-33.0 LUFS"}}) {
     const std::string wav = std::string(VELORUM_EBU_DIR) + "/" + name;
     DropAnalysed(wav);
     const ui::FileMeasurement* file = meter->Editor().Model().File();
@@ -107,7 +109,9 @@ TEST_F(EditorFileWin, SummaryOfADroppedFileHasTheKnownAnswers) {
 
 TEST_F(EditorFileWin, FilesWithUnicodeNamesAreAnalysedExportedAndNormalised) {
   // "Prüfung – 音.wav", a copy of EBU Tech 3341 case 1.
-  const std::string name = "Pr\xc3\xbc" "fung \xe2\x80\x93 \xe9\x9f\xb3";
+  const std::string name =
+      "Pr\xc3\xbc"
+      "fung \xe2\x80\x93 \xe9\x9f\xb3";
   const fs::path copy = exports / U8(name + ".wav");
   {
     std::ifstream in(std::string(VELORUM_EBU_DIR) + "/seq-3341-1-16bit.wav", std::ios::binary);

@@ -35,7 +35,8 @@ TEST(EditorText, TimeCodesAtEveryRate) {
   EXPECT_EQ(FormatTimecode(3600.5, 8), "00:59:56:54");
   // The editor and the exports agree at every rate.
   for (int i = 0; i < kFpsCount; ++i)
-    EXPECT_EQ(FormatTimecode(4321.123, i), TimecodeFrames(4321.123, kFpsItems[i].rate, kFpsItems[i].dropFrame))
+    EXPECT_EQ(FormatTimecode(4321.123, i),
+              TimecodeFrames(4321.123, kFpsItems[i].rate, kFpsItems[i].dropFrame))
         << kFpsItems[i].label;
   EXPECT_EQ(FormatTimecode(59.999, 9), "00:00:59:59");
   EXPECT_EQ(FormatTimecode(-5.0, 2), "00:00:00:00");
@@ -141,8 +142,10 @@ TEST(EditorSettingsFile, RoundTripAndHostileContent) {
 }
 
 TEST(EditorMenu, PlacementAndChoices) {
-  std::vector<MenuItem> items = {{"HEADER", -1, false, true, true}, {"ONE", 1, false, true, false},
-                                 {"TWO", 2, true, true, false},     {"OFF", 3, false, false, false}};
+  std::vector<MenuItem> items = {{"HEADER", -1, false, true, true},
+                                 {"ONE", 1, false, true, false},
+                                 {"TWO", 2, true, true, false},
+                                 {"OFF", 3, false, false, false}};
   // Room below: under the anchor. Near the bottom: above it.
   const IRECT below = DropDownMenu::Place(items, IRECT(100.f, 40.f, 200.f, 60.f), 960.f, 600.f);
   EXPECT_EQ(below.T, 60.f);
@@ -233,8 +236,9 @@ TEST(EditorSettingsPage, EveryRowWritesWhatItStandsFor) {
   ASSERT_TRUE(ed.Menu().IsOpen());
   std::vector<std::string> fpsMenu;
   for (const MenuItem& item : ed.Menu().Items()) fpsMenu.push_back(item.text + "=" + std::to_string(item.id));
-  EXPECT_EQ(fpsMenu, (std::vector<std::string>{"23.976=0", "24=1", "25=2", "29.97 NDF=3", "29.97 DF=10", "30=4",
-                                               "47.95=5", "48=6", "50=7", "59.94 NDF=8", "59.94 DF=11", "60=9"}));
+  EXPECT_EQ(fpsMenu,
+            (std::vector<std::string>{"23.976=0", "24=1", "25=2", "29.97 NDF=3", "29.97 DF=10", "30=4",
+                                      "47.95=5", "48=6", "50=7", "59.94 NDF=8", "59.94 DF=11", "60=9"}));
   choose("TIME CODE FPS", 10);
   EXPECT_EQ(page.RowAt(size_t(page.FindRow("TIME CODE FPS"))).value(), "29.97 DF");
   EXPECT_EQ(ed.Settings().fpsIndex, 10);

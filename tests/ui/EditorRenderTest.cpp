@@ -175,8 +175,10 @@ TEST_F(EditorRender, ThemesAndScales) {
     EXPECT_EQ(cairo_image_surface_get_height(two), 2 * cairo_image_surface_get_height(one));
     // The background colour in the status-free corner between panels.
     const uint32_t bg = PixelAt(one, 3, ed.Layout().readout.B > 0 ? int(ed.Layout().readout.T) + 20 : 50);
-    if (dark) EXPECT_LT(Red(bg), 80);
-    else EXPECT_GT(Red(bg), 180);
+    if (dark)
+      EXPECT_LT(Red(bg), 80);
+    else
+      EXPECT_GT(Red(bg), 180);
     // At 200 % the same place has the same colour.
     EXPECT_EQ(PixelAt(two, 6, 2 * (int(ed.Layout().readout.T) + 20)), bg);
     const std::string name = dark ? "editor-dark" : "editor-white";

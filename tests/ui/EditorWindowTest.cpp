@@ -2,10 +2,9 @@
 // window of a private X server and clicked with XTest: the preset menu and
 // the settings change the parameters the plug-in reports through its vendor
 // query, and the GUI scale resizes the window and is kept in "GuiScale.ini".
-#include <gtest/gtest.h>
-
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cmath>
@@ -69,7 +68,8 @@ class EditorWindow : public ::testing::Test {
     // Hosts ask for the rectangle before and after opening; the editor exists once opened.
     vst::ERect* rect = nullptr;
     host->Dispatch(vst::effEditGetRect, 0, 0, &rect);
-    ASSERT_EQ(host->Dispatch(vst::effEditOpen, 0, 0, reinterpret_cast<void*>(static_cast<uintptr_t>(parent))), 1);
+    ASSERT_EQ(host->Dispatch(vst::effEditOpen, 0, 0, reinterpret_cast<void*>(static_cast<uintptr_t>(parent))),
+              1);
     opened = true;
     std::this_thread::sleep_for(300ms);
     UpdateScale();
@@ -84,7 +84,8 @@ class EditorWindow : public ::testing::Test {
   }
   // Clicks at a point in editor units.
   void Click(float x, float y) {
-    const int px = static_cast<int>(std::lround(double(x) * scale)), py = static_cast<int>(std::lround(double(y) * scale));
+    const int px = static_cast<int>(std::lround(double(x) * scale)),
+              py = static_cast<int>(std::lround(double(y) * scale));
     XTestFakeMotionEvent(display, -1, px, py, CurrentTime);
     XSync(display, False);
     std::this_thread::sleep_for(40ms);
@@ -123,7 +124,8 @@ class EditorWindow : public ::testing::Test {
     Click(list.L + 40.f, top + ui::DropDownMenu::kItemHeight / 2.f);
   }
   void ChoosePreset(int index) {
-    const ui::MeterLayout l = ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
+    const ui::MeterLayout l =
+        ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
     ClickCentre(l.buttons[ui::MeterLayout::kPreset]);
     const auto items = ui::PresetMenuItems(-1);
     for (size_t i = 0; i < items.size(); ++i)
@@ -135,7 +137,8 @@ class EditorWindow : public ::testing::Test {
   }
   // Opens settings row `row` (of `rows`) and clicks item `position` of its menu of `count` items.
   void ChooseSetting(size_t row, size_t position, size_t count) {
-    const ui::MeterLayout l = ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
+    const ui::MeterLayout l =
+        ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
     const IRECT value = ui::SettingsPage::ValueRectFor(l.settings, row, kRows);
     ClickCentre(value);
     std::vector<ui::MenuItem> items(count, ui::MenuItem{"ITEM", 0, false, true, false});
@@ -173,7 +176,8 @@ TEST_F(EditorWindow, PresetMenuAndSettingsChangeTheParameters) {
   EXPECT_EQ(Param(10), -16.0);
 
   // The settings page: unit, gate, eco true peak, histogram mode, reset on jump.
-  const ui::MeterLayout l = ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
+  const ui::MeterLayout l =
+      ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
   ClickCentre(l.buttons[ui::MeterLayout::kSettings]);
   ChooseSetting(0, 1, 2);  // LOUDNESS UNIT -> LKFS
   EXPECT_TRUE(Becomes([&] { return Param(15); }, 1.0));
@@ -203,7 +207,8 @@ TEST_F(EditorWindow, PresetMenuAndSettingsChangeTheParameters) {
 TEST_F(EditorWindow, GuiScalingResizesTheWindowAndIsKept) {
   OpenEditor();
   const int baseWidth = width;
-  const ui::MeterLayout l = ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
+  const ui::MeterLayout l =
+      ui::MeterLayout::Compute(ui::MeterLayout::kBaseWidth, ui::MeterLayout::kBaseHeight, 2);
   ClickCentre(l.buttons[ui::MeterLayout::kSettings]);
   ChooseSetting(8, 6, 13);  // GUI SCALING -> "150%"
   for (int i = 0; i < 50 && width == baseWidth; ++i) {

@@ -4,7 +4,6 @@
 // through its vendor query, keys reach the open menu or pass on to the host,
 // and screenshots show the dark meter and the white settings page.
 #include <gtest/gtest.h>
-
 #include <windows.h>
 
 #include <algorithm>
@@ -68,7 +67,8 @@ class EditorWindowWin : public ::testing::Test {
   }
 
   void Click(float x, float y) {
-    window->Click(static_cast<int>(std::lround(double(x) * scale)), static_cast<int>(std::lround(double(y) * scale)));
+    window->Click(static_cast<int>(std::lround(double(x) * scale)),
+                  static_cast<int>(std::lround(double(y) * scale)));
   }
   void ClickCentre(const IRECT& r) { Click((r.L + r.R) / 2.f, (r.T + r.B) / 2.f); }
 

@@ -4,8 +4,8 @@
 
 #include <cairo.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -31,7 +31,9 @@ inline void SetEnvironment(const char* name, const std::string& value) {
 #endif
 }
 
-inline intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) { return 0; }
+inline intptr_t NoHost(vst::AEffect*, int32_t, int32_t, intptr_t, void*, float) {
+  return 0;
+}
 
 // A private settings folder, so that no test reads or writes the user's.
 inline std::string TestSettingsFolder(const std::string& name) {
@@ -106,8 +108,9 @@ class MeterFixture {
       const double amp = pause ? 0.0 : std::pow(10.0, level / 20.0);
       for (int i = 0; i < n; ++i) {
         const double t = double(phase_++) / rate_;
-        const double v = amp * (0.6 * std::sin(2.0 * kPi * 220.0 * t) + 0.3 * std::sin(2.0 * kPi * 1375.0 * t) +
-                                0.2 * std::sin(2.0 * kPi * 3150.0 * t));
+        const double v =
+            amp * (0.6 * std::sin(2.0 * kPi * 220.0 * t) + 0.3 * std::sin(2.0 * kPi * 1375.0 * t) +
+                   0.2 * std::sin(2.0 * kPi * 3150.0 * t));
         l[size_t(i)] = v;
         r[size_t(i)] = v * 0.8;
       }
