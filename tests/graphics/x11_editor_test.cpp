@@ -1,11 +1,6 @@
 // The X11 editor window under a private Xvfb: opened as the child of a host
 // window, driven with XTest input and XDND/clipboard clients, and checked by a
 // screenshot of what it drew.
-#include <X11/Xatom.h>
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/extensions/XTest.h>
-#include <X11/keysym.h>
 #include <cairo.h>
 #include <gtest/gtest.h>
 
@@ -29,6 +24,15 @@
 #include "graphics/IGraphicsResize.h"
 #include "graphics/IGraphicsX11.h"
 #include "graphics/tgraphics.h"
+
+// Xlib's macros (None, Bool, Status) break gtest's templates: X11 comes last.
+// clang-format off
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+// clang-format on
 
 namespace {
 

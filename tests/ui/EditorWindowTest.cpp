@@ -2,9 +2,12 @@
 // window of a private X server and clicked with XTest: the preset menu and
 // the settings change the parameters the plug-in reports through its vendor
 // query, and the GUI scale resizes the window and is kept in "GuiScale.ini".
+// gtest before Xlib, whose macros (None, Bool, Status) break its templates.
+// clang-format off
+#include <gtest/gtest.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
-#include <gtest/gtest.h>
+// clang-format on
 
 #include <chrono>
 #include <cmath>
