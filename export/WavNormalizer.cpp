@@ -131,8 +131,12 @@ bool Normalizer::Prepare(const Measured& source) {
                                                     : ".aif or .aiff") +
                     ".",
                 mRequest.output);
-  AudioFileReader reader;
-  if (!reader.open(mRequest.input)) return Fail("The file could not be opened.", mRequest.input);
+  {
+    // Closed again at once: on Windows the in-use test below would find this
+    // handle when the copy replaces its own source.
+    AudioFileReader reader;
+    if (!reader.open(mRequest.input)) return Fail("The file could not be opened.", mRequest.input);
+  }
   SourceFacts facts{mRequest.input,
                     static_cast<int>(source.info.channels),
                     source.info.sampleRate,
