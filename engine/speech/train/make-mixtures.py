@@ -191,11 +191,11 @@ def noise(kind, n, rng):
     if kind == "white":
         x = w
     elif kind == "pink":
-        spec = np.fft.rfft(w)
-        f = np.arange(len(spec))
-        spec[1:] /= np.sqrt(f[1:])
-        spec[0] = 0
-        x = np.fft.irfft(spec, n)
+        spectrum = np.fft.rfft(w)
+        f = np.arange(len(spectrum))
+        spectrum[1:] /= np.sqrt(f[1:])
+        spectrum[0] = 0
+        x = np.fft.irfft(spectrum, n)
     else:  # brown
         x = np.cumsum(w)
         x -= np.convolve(x, np.ones(801) / 801, mode="same")
