@@ -9,7 +9,23 @@
 namespace velorum {
 namespace {
 
-int32_t bitsOf(int format) {
+// libsndfile shortens a WAV whose data chunk runs past the end of the file to
+// what is there, and notes "data : <stated> (should be <present>)" in its log.
+// A stated length of 0 or about 4 GB is the mark of a streamed file, not of a
+// cut one.
+bool headerPromisesMore(SNDFILE* file) {
+  char log[8192] = {};
+  sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+  const char* line = std::strstr(log, "data : ");
+  if (!line) return false;
+  unsigned long long stated = 0, present = 0;
+  if (std::sscanf(line, "data : %llu (should be %llu)", &stated, &present) != 2) return false;
+  return stated > present && stated != 0 && stated < 0xFFFFFF00ull;
+}
+
+}  // namespace
+
+int32_t SndfileCodedBits(int format) {
   switch (format & SF_FORMAT_SUBMASK) {
     case SF_FORMAT_PCM_S8:
     case SF_FORMAT_PCM_U8:
@@ -32,22 +48,6 @@ int32_t bitsOf(int format) {
       return -1;
   }
 }
-
-// libsndfile shortens a WAV whose data chunk runs past the end of the file to
-// what is there, and notes "data : <stated> (should be <present>)" in its log.
-// A stated length of 0 or about 4 GB is the mark of a streamed file, not of a
-// cut one.
-bool headerPromisesMore(SNDFILE* file) {
-  char log[8192] = {};
-  sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
-  const char* line = std::strstr(log, "data : ");
-  if (!line) return false;
-  unsigned long long stated = 0, present = 0;
-  if (std::sscanf(line, "data : %llu (should be %llu)", &stated, &present) != 2) return false;
-  return stated > present && stated != 0 && stated < 0xFFFFFF00ull;
-}
-
-}  // namespace
 
 SndfileDecoder::~SndfileDecoder() {
   if (file_) sf_close(file_);
@@ -80,7 +80,7 @@ bool SndfileDecoder::open(const std::string& path) {
   format_.sampleRate = static_cast<uint32_t>(info.samplerate);
   format_.channels = static_cast<uint32_t>(info.channels);
   format_.totalFrames = static_cast<uint64_t>(info.frames);
-  format_.bitsPerSample = bitsOf(info.format);
+  format_.bitsPerSample = SndfileCodedBits(info.format);
   // Float files read back as they are; integer files are scaled to +-1.0.
   sf_command(file_, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
   SF_BROADCAST_INFO bext;

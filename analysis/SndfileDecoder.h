@@ -8,6 +8,10 @@
 
 namespace velorum {
 
+// The coded depth of a libsndfile format in bits (4 for ADPCM, 8 for the
+// companded ones); -1 for lossy or unknown formats.
+int32_t SndfileCodedBits(int format);
+
 class SndfileDecoder final : public FrameDecoder {
  public:
   enum class Accept { Wave, Flac, AnyPcm };

@@ -13,6 +13,7 @@
 
 #include "analysis/AudioFileReader.h"
 #include "analysis/OfflineAnalysis.h"
+#include "analysis/SndfileDecoder.h"
 #include "cli/BatchReport.h"
 #include "cli/JsonResult.h"
 #include "cli/Measurement.h"
@@ -91,22 +92,7 @@ int32_t probeBits(const std::string& path) {
   SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
   if (!f) return -1;
   sf_close(f);
-  switch (info.format & SF_FORMAT_SUBMASK) {
-    case SF_FORMAT_PCM_S8:
-    case SF_FORMAT_PCM_U8:
-      return 8;
-    case SF_FORMAT_PCM_16:
-      return 16;
-    case SF_FORMAT_PCM_24:
-      return 24;
-    case SF_FORMAT_PCM_32:
-    case SF_FORMAT_FLOAT:
-      return 32;
-    case SF_FORMAT_DOUBLE:
-      return 64;
-    default:
-      return -1;
-  }
+  return SndfileCodedBits(info.format);
 }
 
 std::string extensionOf(const std::string& path) {
